@@ -1,0 +1,40 @@
+# Language levels, warnings and instrumentation shared by every target of this project.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_C_EXTENSIONS OFF)
+
+if(PROJECT_IS_TOP_LEVEL)
+  set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+  find_program(K7M_CCACHE ccache)
+  if(K7M_CCACHE)
+    set(CMAKE_C_COMPILER_LAUNCHER ${K7M_CCACHE})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${K7M_CCACHE})
+  endif()
+endif()
+
+# Linked privately by every target of ours; never reaches code that uses the library.
+add_library(k7m_warnings INTERFACE)
+target_compile_options(k7m_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+
+if(K7M_SANITIZE)
+  add_compile_options(-fsanitize=${K7M_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${K7M_SANITIZE})
+endif()
+if(K7M_FUZZ)
+  # The fuzz targets themselves link with -fsanitize=fuzzer.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+if(K7M_COVERAGE)
+  add_compile_options(--coverage)
+  add_link_options(--coverage)
+endif()
+
+function(k7m_add_subdirectory_if_present name)
+  if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/CMakeLists.txt)
+    add_subdirectory(${name})
+  endif()
+endfunction()

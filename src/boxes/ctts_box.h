@@ -1,0 +1,38 @@
+#pragma once
+
+#include "boxes/table_box.h"
+#include "boxes/table_iterators.h"
+
+namespace qiro::k7m::impl {
+
+/// Composition offsets ('ctts', ISO/IEC 14496-12 8.6.1.3), in 'stbl'; optional.
+class CttsBox final : public TableBox {
+ public:
+  static constexpr uint32_t kType = FourCc("ctts");
+  static constexpr uint64_t kEntrySize = 8;
+
+  CttsBox(QiroK7MStream* stream, const BoxHeader& header,
+          const QiroK7MAllocatorCallBacks* allocator)
+      : TableBox(stream, header, allocator), runs_(K7MAllocator<CttsEntry>(allocator)) {}
+
+  CttsBox(QiroK7MStream* stream, uint32_t maxSampleCount,
+          const QiroK7MAllocatorCallBacks* allocator);
+
+  void AddCompositionOffset(uint32_t offset);
+  /// Writes the pending run behind the entries, where later samples overwrite it.
+  void UpdateExtensionBox() override;
+  /// Error 30 when the sample numbers wrap.
+  void ReadExtensionPayloadData() override;
+  void Describe(FieldSink& sink) override;
+
+  /// From the given sample on; no entries when the table does not reach it.
+  CttsIterator FindBySampleNumber(uint32_t number) const;
+
+ private:
+  K7MVector<CttsEntry> runs_;
+
+  uint32_t pendingCount_ = 0;
+  uint32_t pendingOffset_ = 0;
+};
+
+}  // namespace qiro::k7m::impl

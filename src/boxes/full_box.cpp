@@ -1,0 +1,31 @@
+#include "boxes/full_box.h"
+
+namespace qiro::k7m::impl {
+
+FullBox::FullBox(QiroK7MStream* stream, const BoxHeader& header,
+                 const QiroK7MAllocatorCallBacks* allocator)
+    : Box(stream, header, allocator) {
+  AddPrefix(kVersionAndFlagsSize);
+}
+
+FullBox::FullBox(QiroK7MStream* stream, uint32_t type, uint8_t version, uint32_t flags,
+                 const QiroK7MAllocatorCallBacks* allocator)
+    : Box(stream, type, allocator), version_(version), flags_(flags & 0xFFFFFF) {
+  AddPrefix(kVersionAndFlagsSize);
+}
+
+void FullBox::WriteBoxHeader() {
+  Box::WriteBoxHeader();
+  Stream().WriteDWORD(uint32_t{version_} << 24 | flags_);
+}
+
+void FullBox::ReadCommonPayloadData() {
+  ThrowIf(!CanRead(kVersionAndFlagsSize), kQiroK7MErrorBadFullBoxHeader);
+  const uint32_t word = Stream().ReadDWORD();
+  version_ = static_cast<uint8_t>(word >> 24);
+  flags_ = word & 0xFFFFFF;
+}
+
+void FullBox::AccountForPayload() { Grow(kVersionAndFlagsSize); }
+
+}  // namespace qiro::k7m::impl

@@ -1,0 +1,183 @@
+#include "boxes/root_box.h"
+
+#include "boxes/fragment_boxes.h"
+#include "boxes/k7m_parser.h"
+#include "boxes/movie_extends_boxes.h"
+#include "boxes/payload_table.h"
+#include "boxes/uuid_boxes.h"
+
+namespace qiro::k7m::impl {
+namespace {
+
+BoxHeader EmptyExtent() {
+  BoxHeader header;
+  header.SetBeginOffset(0);
+  return header;
+}
+
+}  // namespace
+
+RootBox::RootBox(QiroK7MStream* stream, uint32_t readRules,
+                 const QiroK7MAllocatorCallBacks* allocator)
+    : Box(stream, EmptyExtent(), allocator),
+      readRules_(readRules),
+      fragments_(K7MAllocator<TrackFragments>(allocator)),
+      endsInFragment_(K7MAllocator<uint64_t>(allocator)) {}
+
+void RootBox::AddChildBox(std::unique_ptr<Box> child) {
+  Box* box = child.get();
+  Box::AddChildBox(std::move(child));
+  Grow(box->GetTotalSize());
+  if (box->GetBoxType() == MoovBox::kType) {
+    moov_ = static_cast<MoovBox*>(box);
+  }
+}
+
+Box* RootBox::GetBoxByPos(size_t position) {
+  while (Children().size() <= position) {
+    if (ParseNextBox() == nullptr) {
+      return nullptr;
+    }
+  }
+  return Children()[position].get();
+}
+
+Box* RootBox::ParseNextBox() {
+  const uint64_t begin = GetEndOffset();
+  if (begin > kMaxStreamOffset || !Stream().Reaches(begin)) {
+    return nullptr;
+  }
+  K7MParser parser(&Stream(), this);
+  parser.SeekTo(begin);
+  auto box = parser.ParseFile();
+  if (box == nullptr) {
+    return nullptr;
+  }
+  if (box->GetBoxType() == MoofBox::kType && moov_ == nullptr) {
+    LookAheadForMoov(box->GetEndOffset());
+  }
+  if (box->GetBoxType() == MoovBox::kType && moov_ != nullptr) {
+    ThrowIf(box->GetBeginOffset() != moov_->GetBeginOffset(), kQiroK7MErrorMoovOffsetMismatch);
+    // From here on adding it cannot fail: tracks point into it, so it must not be lost.
+    ReserveMore(MutableChildren(), 1);
+    box = std::move(movieAhead_);
+  } else {
+    box = Complete(std::move(box));
+  }
+  Box* added = box.get();
+  AddChildBox(std::move(box));
+  if (added->GetBoxType() == MoofBox::kType) {
+    TakeFragments(static_cast<MoofBox&>(*added));
+  }
+  return added;
+}
+
+void RootBox::LookAheadForMoov(uint64_t begin) {
+  K7MParser parser(&Stream(), this);
+  parser.SeekTo(begin);
+  auto movie = parser.ParseFile(MoovBox::kType);
+  ThrowIf(movie == nullptr, kQiroK7MErrorNoMovieBox);
+  movieAhead_ = Complete(std::move(movie));
+  moov_ = static_cast<MoovBox*>(movieAhead_.get());
+}
+
+std::unique_ptr<Box> RootBox::Complete(std::unique_ptr<Box> box) {
+  K7MParser(&Stream(), this).ParseBox(box.get());
+  box->CompleteRead(this, true);
+  return box;
+}
+
+MoovBox* RootBox::GetMoovBox() {
+  while (moov_ == nullptr && ParseNextBox() != nullptr) {
+  }
+  return moov_;
+}
+
+MvexBox* RootBox::GetMvexBox() {
+  MoovBox* moov = GetMoovBox();
+  return moov == nullptr ? nullptr : moov->GetMvexBox();
+}
+
+MvhdBox* RootBox::GetMovieHeader() {
+  MoovBox* moov = GetMoovBox();
+  return moov == nullptr ? nullptr : moov->GetMovieHeader();
+}
+
+UlbDataBox* RootBox::GetUlbDataBox() {
+  for (size_t position = 0;; ++position) {
+    Box* box = GetBoxByPos(position);
+    auto* metadata = dynamic_cast<UlbDataBox*>(box);
+    if (box == nullptr || metadata != nullptr) {
+      return metadata;
+    }
+  }
+}
+
+const TrackFragments& RootBox::FragmentsOf(uint32_t trackId) {
+  return fragments_.try_emplace(trackId, GetAllocator()).first->second;
+}
+
+bool RootBox::ParseFragmentsBeyond(uint32_t trackId, size_t count) {
+  const TrackFragments& fragments = FragmentsOf(trackId);
+  while (fragments.Size() <= count) {
+    if (ParseNextBox() == nullptr) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::optional<size_t> RootBox::FindFragment(uint32_t trackId, uint64_t time) {
+  const TrackFragments& fragments = FragmentsOf(trackId);
+  size_t examined = ~size_t{0};
+  for (;;) {
+    // A top-level box that brings the track nothing new needs no new search.
+    if (examined != fragments.Size()) {
+      examined = fragments.Size();
+      const size_t found = Resolves(ReadRule::kStartTimes) ? fragments.FindFirstEndingAfter(time)
+                                                           : fragments.FindCovering(time);
+      if (found != fragments.Size()) {
+        return found;
+      }
+    }
+    if (ParseNextBox() == nullptr) {
+      return std::nullopt;
+    }
+  }
+}
+
+void RootBox::BeginFragment(uint64_t moofOffset) {
+  endsInFragment_.clear();
+  moofOffset_ = moofOffset;
+  previousDataEnd_.reset();
+}
+
+void RootBox::NoteTrackFragment(const TrafBox& traf) {
+  if (traf.HasSamples()) {
+    endsInFragment_.insert_or_assign(traf.GetTrackId(), traf.GetLastSampleEndTime());
+  }
+}
+
+uint64_t RootBox::NextStartTime(uint32_t trackId) const {
+  if (const auto inFragment = endsInFragment_.find(trackId); inFragment != endsInFragment_.end()) {
+    return inFragment->second;
+  }
+  const auto earlier = fragments_.find(trackId);
+  return earlier == fragments_.end() ? 0 : earlier->second.NextStartTime();
+}
+
+void RootBox::TakeFragments(const MoofBox& moof) {
+  endsInFragment_.clear();
+  for (const auto& child : moof.Children()) {
+    if (child->GetBoxType() != TrafBox::kType) {
+      continue;
+    }
+    const auto& traf = static_cast<const TrafBox&>(*child);
+    if (traf.HasSamples()) {
+      fragments_.try_emplace(traf.GetTrackId(), GetAllocator())
+          .first->second.Add(traf, moof.GetBeginOffset());
+    }
+  }
+}
+
+}  // namespace qiro::k7m::impl

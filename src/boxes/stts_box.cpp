@@ -1,0 +1,117 @@
+#include "boxes/stts_box.h"
+
+#include <algorithm>
+#include <array>
+
+#include "base/big_endian.h"
+#include "boxes/entry_limit.h"
+#include "boxes/payload_table.h"
+#include "boxes/run_length.h"
+
+namespace qiro::k7m::impl {
+
+void CompactSttsArray::ReserveMore(uint64_t more) { impl::ReserveMore(runs_, more); }
+
+void CompactSttsArray::Append(uint32_t count, uint32_t delta) {
+  last_.Add(count, delta);
+  runs_.push_back(last_);
+  if (count != 0) {
+    usedRuns_ = runs_.size();
+  }
+}
+
+SttsIterator CompactSttsArray::FindByDecodeTime(uint64_t begin, uint64_t end) const {
+  if (usedRuns_ == 0 || begin > runs_[usedRuns_ - 1].LastSampleTime() || end < begin) {
+    return {};
+  }
+  const CompactSttsEntry* const first = runs_.data();
+  const CompactSttsEntry* const last = first + usedRuns_ - 1;
+  const auto runAt = [&](uint64_t t) {
+    CompactSttsEntry wanted;
+    wanted.time = t;
+    return FindLastAtOrBefore(first, last + 1, wanted, CompareByTime);
+  };
+  // A run that takes no time starts when the next one does, so that the search has stepped over it
+  // unless it is the last.
+  const CompactSttsEntry* const beginRun = runAt(begin);
+  const CompactSttsEntry* const endRun = runAt(end);
+  if (!beginRun->HasSamples() || !endRun->HasSamples()) {
+    return {};  // Only times that wrap lead here.
+  }
+  const uint32_t index = beginRun->FindIndexByDecodeTime(begin);
+  const uint32_t limit = endRun->FindLastIndexAtOrBefore(end) + 1;
+  if (beginRun > endRun || (beginRun == endRun && index >= limit)) {
+    return {};
+  }
+  return {beginRun, endRun, index, limit};
+}
+
+SttsIterator CompactSttsArray::All() const {
+  const auto* first = runs_.data();
+  const auto* const end = first + usedRuns_;
+  while (first != end && first->count == 0) {
+    ++first;
+  }
+  return first == end ? SttsIterator() : SttsIterator(first, end - 1, 0, (end - 1)->count);
+}
+
+SttsBox::SttsBox(QiroK7MStream* stream, uint32_t maxSampleCount, uint32_t lastSampleDuration,
+                 const QiroK7MAllocatorCallBacks* allocator)
+    : TableBox(stream, kType, sizeof(uint32_t), kEntrySize, maxSampleCount, allocator),
+      lastSampleDuration_(lastSampleDuration) {
+  ThrowIf(maxSampleCount > kMaxEntryCount, kQiroK7MErrorTooManyEntries);
+}
+
+void SttsBox::AddSample(uint64_t decodeTime) {
+  if (hasSample_) {
+    const auto delta = static_cast<uint32_t>(decodeTime - previousTime_);
+    if (pendingCount_ != 0 && delta != pendingDelta_) {
+      AppendEntry(EncodeRun(pendingCount_, pendingDelta_));
+      pendingCount_ = 0;
+    }
+    ++pendingCount_;
+    pendingDelta_ = delta;
+  }
+  hasSample_ = true;
+  previousTime_ = decodeTime;
+}
+
+void SttsBox::UpdateExtensionBox() {
+  if (pendingCount_ != 0) {
+    const auto pending = EncodeRun(pendingCount_, pendingDelta_);
+    const auto last = EncodeRun(1, lastSampleDuration_);
+    std::array<uint8_t, 2 * kEntrySize> entries;
+    std::copy(last.begin(), last.end(), std::copy(pending.begin(), pending.end(), entries.begin()));
+    WriteProvisionally(entries);
+    WriteCount(GetWrittenCount() + 2);
+  } else if (hasSample_) {
+    WriteProvisionally(EncodeRun(1, 1));
+    WriteCount(1);
+  } else {
+    WriteCount(0);
+  }
+}
+
+void SttsBox::ReadExtensionPayloadData() {
+  // The count is read without a look at the box's end; the entries are checked against it.
+  const uint32_t count = Stream().ReadDWORD();
+  ThrowIf(count > kMaxEntryCount, kQiroK7MErrorTooManyEntries);
+  ThrowIf(!CanRead(count * kEntrySize), kQiroK7MErrorBoxTruncated);
+  ReadTable(
+      Stream(), count, kEntrySize, [this](uint64_t more) { runs_.ReserveMore(more); },
+      [this](const uint8_t* bytes, uint64_t entryCount) {
+        for (uint64_t i = 0; i < entryCount; ++i, bytes += kEntrySize) {
+          runs_.Append(LoadBigEndian<uint32_t>(bytes), LoadBigEndian<uint32_t>(bytes + 4));
+        }
+      });
+  runs_.Finish();
+}
+
+void SttsBox::Describe(FieldSink& sink) {
+  DescribeTable(sink, "entries", runs_.Runs(), [&sink](const CompactSttsEntry& run) {
+    sink.Number("sample_count", run.count);
+    sink.Number("sample_delta", run.delta);
+  });
+}
+
+}  // namespace qiro::k7m::impl

@@ -1,0 +1,265 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+#include "boxes/table_entries.h"
+
+namespace qiro::k7m::impl {
+
+/// Walks the records of a table. One that was made without a table has no entries; so do all the
+/// iterators below.
+template <class Record>
+class Iterator {
+ public:
+  Iterator() = default;
+  Iterator(const Record* current, const Record* end)
+      : current_(current), end_(end), isValid_(true) {}
+
+  bool HasMoreEntries() const { return isValid_ && current_ < end_; }
+  Iterator& operator++() {
+    ++current_;
+    return *this;
+  }
+  /// Moves on by `count` records, at most to the end.
+  void Advance(uint64_t count) {
+    const auto left = static_cast<uint64_t>(end_ - current_);
+    current_ += count < left ? count : left;
+  }
+  const Record& operator*() const { return *current_; }
+  const Record* operator->() const { return current_; }
+
+ private:
+  const Record* current_ = nullptr;
+  const Record* end_ = nullptr;
+  bool isValid_ = false;
+};
+
+/// Walks runs of samples from an index in the first run to a limit in the end run. Runs without
+/// samples are stepped over.
+template <class Run>
+class RunIterator {
+ public:
+  RunIterator() = default;
+  /// `endRun` is the run in which the range ends: only its samples before `limit` belong to it.
+  RunIterator(const Run* startRun, const Run* endRun, uint32_t startIndex, uint32_t limit)
+      : run_(startRun), endRun_(endRun), isValid_(true), index_(startIndex), limit_(limit) {
+    available_ = AvailableInRun();
+  }
+
+  bool HasMoreEntries() const {
+    return isValid_ && (run_ < endRun_ || (run_ == endRun_ && index_ < available_));
+  }
+
+ protected:
+  const Run& CurrentRun() const { return *run_; }
+  const Run* EndRun() const { return endRun_; }
+  uint32_t Index() const { return index_; }
+  /// Moves to a sample of the current or a later run; to the next run when it has no such sample.
+  void MoveTo(const Run* run, uint32_t index) {
+    run_ = run;
+    index_ = index;
+    available_ = AvailableInRun();
+    if (index_ >= available_) {
+      EnterNextRun();
+    }
+  }
+  /// Moves to the next sample; true when that one is in another run.
+  bool Step() {
+    ++index_;
+    if (index_ < available_) {
+      return false;
+    }
+    EnterNextRun();
+    return true;
+  }
+
+ private:
+  void EnterNextRun() {
+    run_ += size_t{1} + run_->emptyBehind;
+    index_ = 0;
+    available_ = AvailableInRun();
+  }
+  uint32_t AvailableInRun() const {
+    if (run_ < endRun_) {
+      return run_->count;
+    }
+    return run_ == endRun_ ? limit_ : 0;
+  }
+
+  const Run* run_ = nullptr;
+  const Run* endRun_ = nullptr;
+  bool isValid_ = false;
+  uint32_t index_ = 0;
+  uint32_t limit_ = 0;
+  uint32_t available_ = 0;
+};
+
+/// Decode times.
+class SttsIterator : public RunIterator<CompactSttsEntry> {
+ public:
+  SttsIterator() = default;
+  SttsIterator(const CompactSttsEntry* startRun, const CompactSttsEntry* endRun,
+               uint32_t startIndex, uint32_t limit)
+      : RunIterator(startRun, endRun, startIndex, limit) {
+    TakeValue();
+  }
+
+  SttsIterator& operator++() {
+    if (Step()) {
+      TakeValue();
+    } else {
+      value_.decodeTime += CurrentRun().delta;
+      ++value_.sampleNumber;
+    }
+    return *this;
+  }
+  /// Moves on to the first sample at or after `time`, if the current one is before it.
+  void SkipBefore(uint64_t time) {
+    if (!HasMoreEntries() || value_.decodeTime >= time) {
+      return;
+    }
+    const CompactSttsEntry* const run =
+        std::partition_point(&CurrentRun() + 1, EndRun() + 1,
+                             [time](const CompactSttsEntry& next) { return next.time < time; }) -
+        1;
+    MoveTo(run, run->CountBefore(time));
+    TakeValue();
+  }
+  const SttsEntry& operator*() const { return value_; }
+  const SttsEntry* operator->() const { return &value_; }
+  /// Of the current sample.
+  uint32_t GetDuration() const { return CurrentRun().delta; }
+
+ private:
+  void TakeValue() {
+    if (HasMoreEntries()) {
+      value_ = CurrentRun().Get(Index());
+    }
+  }
+
+  SttsEntry value_;
+};
+
+/// Composition offsets.
+class CttsIterator : public RunIterator<CttsEntry> {
+ public:
+  CttsIterator() = default;
+  CttsIterator(const CttsEntry* startRun, const CttsEntry* endRun, uint32_t startIndex,
+               uint32_t limit)
+      : RunIterator(startRun, endRun, startIndex, limit) {
+    TakeValue();
+  }
+
+  CttsIterator& operator++() {
+    if (Step()) {
+      TakeValue();
+    }
+    return *this;
+  }
+  uint32_t operator*() const { return value_; }
+  const uint32_t* operator->() const { return &value_; }
+
+ private:
+  void TakeValue() {
+    if (HasMoreEntries()) {
+      value_ = CurrentRun().compositionOffset;
+    }
+  }
+
+  uint32_t value_ = 0;
+};
+
+/// Chunk and description of each sample, from the first sample of a chunk on.
+class StscIterator {
+ public:
+  StscIterator() = default;
+  /// `run` has samples or is `end`; `chunkIndex` counts its chunks from 0.
+  StscIterator(const ChunkEntry* run, const ChunkEntry* end, uint32_t chunkIndex)
+      : run_(run), end_(end), chunkIndex_(chunkIndex) {
+    if (HasMoreEntries()) {
+      value_ = {run->firstSample + chunkIndex * run->samplesPerChunk, run->firstChunk + chunkIndex,
+                run->descriptionIndex};
+    }
+  }
+
+  bool HasMoreEntries() const { return run_ < end_; }
+  StscIterator& operator++() {
+    ++value_.sampleNumber;
+    if (++sampleIndex_ == run_->samplesPerChunk) {
+      sampleIndex_ = 0;
+      NextChunk();
+    }
+    return *this;
+  }
+  /// Moves on by `count` samples, which must lie in the current chunk.
+  void AdvanceInChunk(uint32_t count) {
+    sampleIndex_ += count;
+    value_.sampleNumber += count;
+  }
+  /// Samples of the current chunk from the current one on.
+  uint32_t LeftInChunk() const { return run_->samplesPerChunk - sampleIndex_; }
+  const StscEntry& operator*() const { return value_; }
+  const StscEntry* operator->() const { return &value_; }
+
+ private:
+  void NextChunk() {
+    ++value_.chunkNumber;
+    if (++chunkIndex_ < run_->chunkCount) {
+      return;
+    }
+    run_ += size_t{1} + run_->emptyBehind;
+    chunkIndex_ = 0;
+    if (HasMoreEntries()) {
+      value_ = run_->Get(0);
+    }
+  }
+
+  const ChunkEntry* run_ = nullptr;
+  const ChunkEntry* end_ = nullptr;
+  uint32_t chunkIndex_ = 0;
+  uint32_t sampleIndex_ = 0;
+  StscEntry value_;
+};
+
+/// Sizes: from a table, or one size for every sample.
+class SampleSizeIterator {
+ public:
+  SampleSizeIterator() = default;
+  SampleSizeIterator(const SampleSizeEntry* current, const SampleSizeEntry* end)
+      : current_(current), end_(end) {}
+  SampleSizeIterator(uint32_t constantSize, uint32_t count)
+      : constant_{constantSize}, remaining_(count) {}
+
+  bool IsConstantIter() const { return remaining_ < kTableMode; }
+  bool HasMoreEntries() const { return IsConstantIter() ? remaining_ != 0 : current_ < end_; }
+  SampleSizeIterator& operator++() {
+    if (IsConstantIter()) {
+      --remaining_;
+    } else {
+      ++current_;
+    }
+    return *this;
+  }
+  /// Moves on by `count` samples, at most to the end.
+  void Advance(uint32_t count) {
+    if (IsConstantIter()) {
+      remaining_ -= std::min(count, remaining_);
+    } else {
+      current_ += std::min<ptrdiff_t>(count, end_ - current_);
+    }
+  }
+  const SampleSizeEntry& operator*() const { return IsConstantIter() ? constant_ : *current_; }
+  const SampleSizeEntry* operator->() const { return &**this; }
+
+ private:
+  static constexpr uint32_t kTableMode = 0xFFFFFFFF;
+
+  const SampleSizeEntry* current_ = nullptr;
+  const SampleSizeEntry* end_ = nullptr;
+  SampleSizeEntry constant_;
+  uint32_t remaining_ = kTableMode;
+};
+
+}  // namespace qiro::k7m::impl

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "base/errors.h"
+#include "reader/sample_iterator.h"
+
+namespace qiro::k7m::impl {
+
+/// The samples of several tracks as one sequence, ordered by decode time on the presentation
+/// timeline.
+class DocIterator final : public SampleIterator {
+ public:
+  DocIterator() = default;
+
+  /// Takes the samples of one track. Tracks are added in the order in which equal times are
+  /// delivered. One without samples is dropped.
+  void AddTrack(std::unique_ptr<SampleIterator> samples, uint32_t timeScale);
+  /// To be called once, when all tracks were added.
+  void Start();
+
+  bool HasMoreEntries() override;
+  /// A failure to fetch a track's next sample is kept until the sample before it was delivered, and
+  /// is then the answer of one call; that track ends there.
+  std::unique_ptr<Sample> GetNextSample() override;
+
+ private:
+  struct TrackState {
+    std::unique_ptr<SampleIterator> samples;
+    std::unique_ptr<Sample> pending;
+    uint32_t timeScale;
+    QiroK7MError failure;
+  };
+
+  void Queue(size_t track);
+  /// The track whose pending sample is next, taken out of the queue; Size() when there is none.
+  size_t TakeEarliest();
+  size_t FindEarliestByScan() const;
+  /// True when `track` comes before `other`: its time is smaller, the products wrapping in 64 bits.
+  bool IsEarlier(size_t track, size_t other) const;
+  /// True when `track` comes behind `other`; equal times are delivered in the order of the tracks.
+  bool IsBehind(size_t track, size_t other) const;
+  bool CanWrap(const TrackState& track) const;
+  void Fetch(size_t track);
+
+  std::vector<TrackState> tracks_;
+  /// The tracks with a pending sample as a heap, the next one first, as long as no product of a
+  /// time and a time scale wraps. Products that wrap have no order that a heap could keep: from
+  /// then on all tracks are looked at for every sample.
+  std::vector<size_t> queue_;
+  bool isQueued_ = true;
+  uint32_t largestTimeScale_ = 0;
+  size_t pendingCount_ = 0;
+  /// The tracks whose failure is kept.
+  std::vector<size_t> failed_;
+};
+
+}  // namespace qiro::k7m::impl

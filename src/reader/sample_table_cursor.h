@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstdint>
+
+#include "boxes/stbl_box.h"
+#include "boxes/track.h"
+
+namespace qiro::k7m::impl {
+
+/// Walks the sample tables of a track in step: one small iterator a table, nothing expanded.
+class SampleTableCursor {
+ public:
+  /// Error 12 when a required table is missing.
+  explicit SampleTableCursor(const Track& track);
+
+  /// Moves to the samples that `times` gives. False when there are none.
+  bool Position(const SttsIterator& times);
+  /// The search that Position() takes: decode times in [begin, end], both included.
+  SttsIterator FindByDecodeTime(uint64_t begin, uint64_t end) const {
+    return stts_->FindByDecodeTime(begin, end);
+  }
+  SttsIterator AllSamples() const { return stts_->AllSamples(); }
+
+  bool HasMoreEntries() const { return isPositioned_; }
+  void Next();
+  /// No sample follows in this track, wherever it is positioned: a table ran out.
+  bool IsTrackAtEnd() const { return isTrackAtEnd_; }
+
+  uint64_t DecodeTime() const { return times_->decodeTime; }
+  uint32_t Size() const { return sizes_->size; }
+  uint64_t DataOffset() const { return dataOffset_; }
+  /// 0 where the table has none.
+  uint32_t CompositionOffset() const {
+    return compositionOffsets_.HasMoreEntries() ? *compositionOffsets_ : 0;
+  }
+  bool IsKey() const {
+    return syncSamples_.HasMoreEntries() && syncSamples_->sampleNumber == times_->sampleNumber;
+  }
+  uint8_t Dependency() const { return dependencies_.HasMoreEntries() ? *dependencies_ : 0; }
+  uint32_t DescriptionIndex() const { return chunks_->descriptionIndex; }
+
+ private:
+  bool PositionInChunk(uint32_t sampleNumber);
+  /// Moves to the chunk that the chunk map names; false when it has no offset.
+  bool EnterChunk(uint32_t previousChunk);
+  void EndTrack();
+
+  const SttsBox* stts_;
+  const StscBox* stsc_;
+  const StszBox* stsz_;
+  const IChunkOffsetBox* chunkOffsetBox_;
+  const CttsBox* ctts_;
+  const StssBox* stss_;
+  const SdtpBox* sdtp_;
+
+  SttsIterator times_;
+  SampleSizeIterator sizes_;
+  StscIterator chunks_;
+  Iterator<ChunkOffsetEntry> chunkOffsets_;
+  CttsIterator compositionOffsets_;
+  Iterator<SyncSampleEntry> syncSamples_;
+  Iterator<uint8_t> dependencies_;
+  uint64_t dataOffset_ = 0;
+  bool isPositioned_ = false;
+  bool isTrackAtEnd_ = false;
+};
+
+}  // namespace qiro::k7m::impl

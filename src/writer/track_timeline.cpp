@@ -1,0 +1,106 @@
+#include "writer/track_timeline.h"
+
+#include "base/errors.h"
+#include "base/time.h"
+
+namespace qiro::k7m::impl {
+namespace {
+
+constexpr uint32_t kNormalRate = 1;
+
+}  // namespace
+
+TrackTimeline::TrackTimeline(ElstBox* elst, uint32_t trackTimeScale, uint32_t movieTimeScale)
+    : elst_(elst),
+      trackTimeScale_(trackTimeScale),
+      movieTimeScale_(movieTimeScale),
+      minDuration_(MinDuration(trackTimeScale, movieTimeScale)) {}
+
+uint32_t TrackTimeline::MinDuration(uint32_t trackTimeScale, uint32_t movieTimeScale) {
+  return trackTimeScale <= movieTimeScale
+             ? 1
+             : static_cast<uint32_t>(Time::ConvertTimeScale(1, movieTimeScale, trackTimeScale));
+}
+
+uint64_t TrackTimeline::ToMovieScale(uint64_t time) const {
+  return Time::ConvertTimeScale(time, trackTimeScale_, movieTimeScale_);
+}
+
+void TrackTimeline::CheckDecodeTime(uint64_t decodeTime) const {
+  constexpr uint64_t kMaxStep = 0xFFFFFFFF;
+  if (!firstSampleSeen) {
+    return;
+  }
+  ThrowIf(static_cast<int64_t>(lastDecodeTime_) > static_cast<int64_t>(decodeTime),
+          kQiroK7MErrorDecodeTimeBackwards);
+  ThrowIf(decodeTime - lastDecodeTime_ > kMaxStep, kQiroK7MErrorDecodeTimeStepTooLarge);
+}
+
+void TrackTimeline::CloseEditAt(uint64_t time) {
+  const uint64_t duration = ToMovieScale(time - editStart_);
+  if (editPending_) {
+    elst_->AddElstEntry(duration, EditMediaTime(), kNormalRate);
+  } else {
+    elst_->UpdateLastElstEntry(duration);
+    editPending_ = true;
+  }
+}
+
+void TrackTimeline::StartAt(uint64_t decodeTime, bool isGapSample) {
+  firstSampleSeen = true;
+  if (isGapSample || decodeTime <= expectedStart_) {
+    return;
+  }
+  lastDecodeTime_ = expectedStart_;
+  if (!inGap_) {
+    inGap_ = true;
+    // The media entry of length 0 that this gives a late track is intended.
+    CloseEditAt(expectedStart_);
+    editStart_ = expectedStart_;
+  }
+}
+
+void TrackTimeline::AddGap(uint64_t decodeTime) {
+  if (inGap_) {
+    return;
+  }
+  lastDuration_ = 0;
+  lastDecodeTime_ = decodeTime;
+  inGap_ = true;
+  CloseEditAt(decodeTime);
+  editStart_ = decodeTime;
+}
+
+uint64_t TrackTimeline::AddMedia(uint64_t decodeTime) {
+  if (inGap_) {
+    const uint64_t gap = decodeTime - editStart_;
+    elst_->AddElstEntry(ToMovieScale(gap), K7MEditListEntry::kEmptyEdit, kNormalRate);
+    inGap_ = false;
+    editStart_ = decodeTime;
+    timeShift_ += gap;
+    editPending_ = true;
+  }
+  lastDuration_ = minDuration_;
+  lastDecodeTime_ = decodeTime;
+  return decodeTime - timeShift_;
+}
+
+bool TrackTimeline::StretchTo(uint64_t end) {
+  if (end <= End()) {
+    return false;
+  }
+  lastDuration_ += static_cast<uint32_t>(end - End());
+  return true;
+}
+
+void TrackTimeline::UpdateEdits() {
+  const uint64_t duration = ToMovieScale(End() - editStart_);
+  if (!editPending_) {
+    elst_->UpdateLastElstEntry(duration);
+  } else if (!inGap_) {
+    elst_->AddElstEntry(duration, EditMediaTime(), kNormalRate);
+    editPending_ = false;
+  }
+}
+
+}  // namespace qiro::k7m::impl

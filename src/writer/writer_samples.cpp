@@ -1,0 +1,140 @@
+#include <algorithm>
+
+#include "base/guarded_call.h"
+#include "base/time.h"
+#include "boxes/media_boxes.h"
+#include "boxes/stbl_box.h"
+#include "writer/writer.h"
+
+namespace qiro::k7m::impl {
+namespace {
+
+/// The magnitude is converted and keeps its sign. Error 19 when the result does not fit 32 bits.
+uint32_t ConvertOffset(uint32_t offset, uint32_t from, uint32_t to) {
+  if (from == to) {
+    return offset;
+  }
+  constexpr uint64_t kLargestMagnitude = 0x7FFFFFFF;
+  const bool isNegative = static_cast<int32_t>(offset) < 0;
+  const uint32_t magnitude = isNegative ? 0 - offset : offset;
+  const uint64_t converted = Time::ConvertTimeScale(magnitude, from, to);
+  ThrowIf(converted > kLargestMagnitude, kQiroK7MErrorStdException);
+  const auto result = static_cast<uint32_t>(converted);
+  return isNegative ? 0 - result : result;
+}
+
+void ConvertToTrackScale(QiroK7MSampleInfo& info, uint32_t timeScale) {
+  info.timeStamp = Time::ConvertTimeScale(info.timeStamp, info.timeScale, timeScale);
+  info.compositionOffset = ConvertOffset(info.compositionOffset, info.timeScale, timeScale);
+  info.timeScale = timeScale;
+}
+
+}  // namespace
+
+void Writer::AddSample(uint32_t trackId, Sample& sample, QiroK7MDataBuffer* data) {
+  TrackTimeline& timeline = TimelineOf(trackId);
+  ConvertToTrackScale(sample.MutableInfo(), tracks_[trackId - 1]->GetTimeScale());
+  const uint64_t decodeTime = sample.GetInfo().timeStamp;
+  ThrowIf(!timeline.hasDescription, kQiroK7MErrorNoSampleDescriptionChosen);
+  ThrowIf(!samplesAllowed_, kQiroK7MErrorSampleOutsideFragment);
+  timeline.CheckDecodeTime(decodeTime);
+  if (!timeline.firstSampleSeen) {
+    timeline.StartAt(decodeTime, sample.IsGap());
+  }
+  if (sample.IsGap()) {
+    timeline.AddGap(decodeTime);
+    ReleaseDataBuffer(data);
+    return;
+  }
+  sample.MutableInfo().timeStamp = timeline.AddMedia(decodeTime);
+  OpenMdat();
+  mdat_->AddSampleData(sample, data);
+  if (IsFragmented()) {
+    AddToFragment(trackId, sample, decodeTime);
+  } else {
+    TrakOf(trackId)->GetStblBox()->AddSample(sample);
+  }
+}
+
+void Writer::OpenMdat() {
+  if (mdat_ != nullptr) {
+    return;
+  }
+  CloseMovieBox();
+  noMediaYet_ = false;
+  extraBoxesAllowed_ = IsFragmented();
+  mdat_ = MakeBox<MdatBox>(GetAllocator(), stream_.Get(), moofBeforeMdat_);
+  // Bytes that are kept until their fragment is written are counted from the begin of their box.
+  const bool isPlacedLater = moofBeforeMdat_ && IsFragmented();
+  mdat_->SetBeginOffset(isPlacedLater ? 0 : writeOffset_);
+}
+
+void Writer::UpdateElstEntries() {
+  for (TrackTimeline& timeline : timelines_) {
+    timeline.UpdateEdits();
+  }
+}
+
+void Writer::UpdateDurations() {
+  uint64_t movieDuration = 0;
+  for (size_t i = 0; i < timelines_.size(); ++i) {
+    const TrakBox* trak = moov_->GetTracks()[i];
+    const uint64_t trackDuration = timelines_[i].EndInMovieScale();
+    trak->GetMediaBox()->GetMdhdBox()->SetDuration(timelines_[i].MediaDuration());
+    trak->GetTrackHeaderBox()->UpdateTrackDuration(trackDuration);
+    movieDuration = std::max(movieDuration, trackDuration);
+  }
+  mvhd_->SetDuration(movieDuration);
+  if (mvex_ != nullptr) {
+    mvex_->SetDuration(movieDuration);
+  }
+  RewriteMoov();
+}
+
+void Writer::RewriteMoov() {
+  // Ends every open chunk; what lies in the tables already stays as it is.
+  moov_->UpdateBox();
+}
+
+void Writer::FlushWriter() {
+  UpdateElstEntries();
+  if (mdat_ != nullptr) {
+    UpdateDurations();
+    if (!IsFragmented()) {
+      mdat_->WriteBox();
+    } else if (fragments_->IsOpen()) {
+      WriteFragment();
+    }
+  }
+}
+
+void Writer::Finalise() {
+  FlushWriter();
+  if (IsFragmented()) {
+    CloseMovieBox();
+    if (writeMfra_) {
+      WriteMfra();
+    }
+  }
+}
+
+void Writer::Close() {
+  if (state_ == WriterState::kGood) {
+    const QiroK7MError failure = GuardedCall([this] { Finalise(); });
+    if (failure != kQiroK7MErrorNone) {
+      stream_.CloseNoThrow();
+      state_ = WriterState::kBad;
+      ThrowException(failure);
+    }
+    state_ = WriterState::kClosed;
+  }
+  if (stream_.IsOpen()) {
+    const QiroK7MError failure = GuardedCall([this] { stream_.Close(); });
+    if (failure != kQiroK7MErrorNone) {
+      state_ = WriterState::kBad;
+      ThrowException(failure);
+    }
+  }
+}
+
+}  // namespace qiro::k7m::impl

@@ -1,0 +1,72 @@
+// The example programs do what they say: ffmpeg decodes what they write.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "tools/decoded_streams.h"
+
+namespace k7mtest {
+namespace {
+
+namespace fs = std::filesystem;
+
+class ExamplesTest : public testing::Test {
+ protected:
+  ExamplesTest() {
+    std::string pattern = (fs::temp_directory_path() / "k7m-test-XXXXXX").string();
+    folder_ = mkdtemp(pattern.data());
+  }
+  ~ExamplesTest() override { fs::remove_all(folder_); }
+  std::string Path(const std::string& name) const { return (folder_ / name).string(); }
+  bool Run(const std::string& program, const std::vector<std::string>& paths) {
+    std::string command = Quoted(program);
+    for (const std::string& path : paths) command += " " + Quoted(path);
+    return RunCommand(command + " 2>&1").has_value();
+  }
+
+ private:
+  fs::path folder_;
+};
+
+// Raw bytes of a stream as ffmpeg decodes it.
+std::string Decode(const std::string& path, const std::string& options) {
+  return RunCommand("ffmpeg -nostdin -v error -i " + Quoted(path) + " " + options + " -")
+      .value_or("");
+}
+
+TEST_F(ExamplesTest, WriteMovieMakesPicturesAndSound) {
+  const std::string movie = Path("movie.mov");
+  ASSERT_TRUE(Run(K7M_WRITE_MOVIE, {movie}));
+  const std::string pictures =
+      Decode(movie, "-map 0:v -vsync passthrough -pix_fmt rgb24 -f rawvideo");
+  constexpr size_t kFrame = 160 * 120 * 3;
+  ASSERT_EQ(pictures.size(), 50 * kFrame);
+  // Blue beside the white bar, which has moved 80 pixels by picture 25.
+  EXPECT_EQ(pictures.substr(25 * kFrame + 3 * 79, 6), std::string("\0\0\xFF\xFF\xFF\xFF", 6));
+  const std::string sound = Decode(movie, "-map 0:a -f s16le");
+  ASSERT_EQ(sound.size(), 2 * 48000 * 2 * 2u);
+  EXPECT_EQ(sound.substr(0, 8), std::string("\xC0\xE0\xC0\xE0\x10\xE1\x10\xE1", 8));
+}
+
+TEST_F(ExamplesTest, CopyMovieMakesTheSameFrames) {
+  for (const char* clip : {"h264-bframes-aac.mp4", "two-descriptions-two-audio.mp4"}) {
+    const std::string source = std::string(K7M_TEST_DATA) + "/" + clip;
+    const std::string copy = Path("copy.mp4");
+    ASSERT_TRUE(Run(K7M_COPY_MOVIE, {source, copy}));
+    const auto expected = HashStreams(source, Hashing::kDecodedFrames);
+    const auto result = HashStreams(copy, Hashing::kDecodedFrames);
+    ASSERT_TRUE(expected && result);
+    EXPECT_GE(expected->size(), 2u);
+    EXPECT_TRUE(*expected == *result);
+  }
+}
+
+TEST_F(ExamplesTest, UnusableFilesAreFailures) {
+  EXPECT_FALSE(Run(K7M_WRITE_MOVIE, {Path("no/such/movie.mov")}));
+  EXPECT_FALSE(Run(K7M_COPY_MOVIE, {Path("none.mp4"), Path("copy.mp4")}));
+  EXPECT_FALSE(Run(K7M_COPY_MOVIE, {"/dev/null", Path("copy.mp4")}));
+  EXPECT_FALSE(Run(K7M_WRITE_MOVIE, {}));
+}
+
+}  // namespace
+}  // namespace k7mtest

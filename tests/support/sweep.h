@@ -1,0 +1,90 @@
+/// @file sweep.h
+/// Lets a piece of work fail at its first, second, third ... opportunity until it gets through.
+#ifndef K7M_TESTS_SUPPORT_SWEEP_H
+#define K7M_TESTS_SUPPORT_SWEEP_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+#include "counting_allocator.h"
+#include "heap_watch.h"
+#include "memory_stream.h"
+
+namespace k7mtest {
+
+/// Calls `body(n)` for n = 1, 2, 3, ... until it answers that the n-th opportunity was not reached.
+/// `body` arms the fault, does the work from a fresh start, judges the result, frees everything and
+/// returns whether the fault was hit. Where the global operators are watched, every run must give
+/// back all that it took. Returns the number of runs in which the fault was hit.
+template <class Body>
+uint64_t Sweep(Body&& body, uint64_t limit = 100000) {
+  for (uint64_t n = 1; n <= limit; ++n) {
+    const int64_t before = CountHeap().liveBlocks;
+    const bool wasHit = body(n);
+    const int64_t leaked = CountHeap().liveBlocks - before;
+    EXPECT_EQ(leaked, 0) << "blocks leaked when opportunity " << n << " failed";
+    if (::testing::Test::HasFailure()) {
+      ADD_FAILURE() << "sweep stopped at opportunity " << n;
+      return n - 1;
+    }
+    if (!wasHit) {
+      EXPECT_GT(n, 1u) << "the fault was never reached: the sweep tested nothing";
+      return n - 1;
+    }
+  }
+  ADD_FAILURE() << "still failing after " << limit << " opportunities";
+  return limit;
+}
+
+/// Sweeps over the calls of a stream: `work(stream)` opens, works, closes and returns its result,
+/// which must be `code` when a call failed and 0 in the last run.
+template <class Work>
+uint64_t SweepStream(const Bytes& content, Call call, QiroK7MError code, Work&& work) {
+  return Sweep([&](uint64_t n) {
+    MemoryStream stream(content);
+    stream.FailNth(call, n, code);
+    const QiroK7MError result = work(stream);
+    EXPECT_EQ(result, stream.FaultHit() ? code : 0u);
+    EXPECT_STREQ(stream.Violation(), nullptr);
+    return stream.FaultHit();
+  });
+}
+
+/// Sweeps over the memory callbacks: `work(record)` returns its result, which must be
+/// kQiroK7MErrorOutOfMemory when an allocation failed and 0 in the last run.
+template <class Work>
+uint64_t SweepAllocator(Work&& work) {
+  return Sweep([&](uint64_t n) {
+    CountingAllocator allocator;
+    allocator.FailNth(n);
+    const QiroK7MAllocatorCallBacks record = allocator.Record();
+    const QiroK7MError result = work(record);
+    EXPECT_EQ(result, allocator.FaultHit() ? kQiroK7MErrorOutOfMemory : kQiroK7MErrorNone);
+    EXPECT_EQ(allocator.LiveBlocks(), 0u);
+    EXPECT_EQ(allocator.BadReleases(), 0u);
+    return allocator.FaultHit();
+  });
+}
+
+/// Sweeps over the global operators, which must be watched. `work()` must do nothing but library
+/// calls between the arming and its return.
+template <class Work>
+uint64_t SweepHeap(Work&& work) {
+  EXPECT_TRUE(HeapIsWatched()) << "link heap_watch_operators.cpp";
+  return Sweep([&](uint64_t n) {
+    QiroK7MError result = 0;
+    bool wasHit = false;
+    {
+      HeapFault fault(n);
+      result = work();
+      wasHit = fault.Hit();
+    }
+    EXPECT_EQ(result, wasHit ? kQiroK7MErrorOutOfMemory : kQiroK7MErrorNone);
+    return wasHit;
+  });
+}
+
+}  // namespace k7mtest
+
+#endif

@@ -1,0 +1,49 @@
+/// @file command.h
+/// The commands of the program. Each stands in a file of its own and offers one function, which
+/// describes its options and says what to run when the user names the command.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "document.h"
+#include "output.h"
+
+namespace qiro::k7m::tool {
+
+/// The work of a command. Results go to the output, everything else to the standard error.
+using Action = std::function<void(Output&)>;
+
+void AddInfoCommand(CLI::App& program, Action& chosen);
+void AddTreeCommand(CLI::App& program, Action& chosen);
+void AddSamplesCommand(CLI::App& program, Action& chosen);
+void AddExtractCommand(CLI::App& program, Action& chosen);
+void AddRemuxCommand(CLI::App& program, Action& chosen);
+
+/// Adds a command whose options are kept in an `Options` record, and has `run` chosen when the user
+/// names it.
+/// @param example  a command line, shown at the end of the command's help
+template <class Options>
+CLI::App* AddCommand(CLI::App& program, const std::string& name, const std::string& purpose,
+                     const std::string& example, const std::shared_ptr<Options>& options,
+                     void (*run)(const Options&, Output&), Action& chosen) {
+  CLI::App* command = program.add_subcommand(name, purpose);
+  command->footer("Example:\n  " + example);
+  command->callback(
+      [options, run, &chosen] { chosen = [options, run](Output& out) { run(*options, out); }; });
+  return command;
+}
+
+/// FILE and --strict.
+void AddInputOptions(CLI::App* command, InputOptions* options);
+
+/// For options that name one of several things by its number. Says what is wrong with the text, or
+/// nothing.
+std::string CheckNumber(const std::string& text);
+
+/// Turns a failure that the user alone can mend into one; for checks that CLI11 cannot express.
+Failure UsageFailure(const std::string& message);
+
+}  // namespace qiro::k7m::tool

@@ -1,0 +1,105 @@
+#include "document.h"
+
+#include <utility>
+
+namespace qiro::k7m::tool {
+
+Document::Document(const InputOptions& options)
+    : file_(options.path), warnings_(options.path, options.isStrict) {
+  const QiroK7MIStreamCallBacks stream = file_.CallBacks();
+  const QiroK7MWarningHandlerCallBacks warning = warnings_.CallBacks();
+  const QiroK7MAllocatorCallBacks allocator;
+  QiroK7MReader* reader = nullptr;
+  Check(QiroK7MDocOpenForRead(&stream, &warning, &allocator, &reader));
+  reader_.reset(reader);
+  ListTracks();
+}
+
+void Document::ListTracks() {
+  QiroK7MTrackIterator* list = nullptr;
+  Check(QiroK7MReaderGetTracks(Reader(), &list));
+  const TrackIteratorHandle iterator(list);
+  for (;;) {
+    Track track;
+    Check(QiroK7MTrackIteratorGetNextEntry(iterator.get(), &track.handle));
+    if (track.handle == nullptr) return;
+    track.number = static_cast<uint32_t>(tracks_.size() + 1);
+    Check(QiroK7MTrackGetInfo(track.handle, &track.info));
+    track.descriptors = ListDescriptors(track.handle);
+    uint32_t number = 0;
+    for (const QiroK7MSampleDescriptor* descriptor : track.descriptors) {
+      descriptionNumbers_.emplace(descriptor, ++number);
+    }
+    trackIndices_.emplace(track.handle, tracks_.size());
+    tracks_.push_back(std::move(track));
+  }
+}
+
+std::vector<QiroK7MSampleDescriptor*> Document::ListDescriptors(QiroK7MTrack* track) const {
+  std::vector<QiroK7MSampleDescriptor*> descriptors;
+  QiroK7MSampleDescriptorIterator* list = nullptr;
+  const QiroK7MError code = QiroK7MTrackGetSampleDescriptors(track, &list);
+  if (code == kQiroK7MErrorNoSampleDescriptionBox) return descriptors;
+  Check(code);
+  const DescriptorIteratorHandle iterator(list);
+  for (;;) {
+    QiroK7MSampleDescriptor* descriptor = nullptr;
+    Check(QiroK7MSampleDescriptorIteratorGetNextEntry(iterator.get(), &descriptor));
+    if (descriptor == nullptr) return descriptors;
+    descriptors.push_back(descriptor);
+  }
+}
+
+const Track& Document::TrackByNumber(uint32_t number) const {
+  if (number == 0 || number > tracks_.size()) {
+    throw FileFailure(file_.Path(), "no track " + std::to_string(number) + " (the file has " +
+                                        std::to_string(tracks_.size()) + ")");
+  }
+  return tracks_[number - 1];
+}
+
+const Track& Document::TrackByHandle(const QiroK7MTrack* handle) const {
+  const auto index = trackIndices_.find(handle);
+  if (index == trackIndices_.end()) {
+    throw FileFailure(file_.Path(), "a sample belongs to none of the tracks");
+  }
+  return tracks_[index->second];
+}
+
+uint32_t Document::DescriptionNumber(const QiroK7MSampleDescriptor* descriptor) const {
+  const auto number = descriptionNumbers_.find(descriptor);
+  return number == descriptionNumbers_.end() ? 0 : number->second;
+}
+
+void Document::Check(QiroK7MError code) const {
+  if (code != kQiroK7MErrorNone) throw FailureFor(code);
+}
+
+Failure Document::FailureFor(QiroK7MError code) const {
+  if (code == FileStream::kSystemFailed) return SystemFailure(file_.Path(), file_.ErrorNumber());
+  return LibraryFailure(file_.Path(), code);
+}
+
+SampleHandle SampleWalk::Next(QiroK7MSampleInfo* info) {
+  QiroK7MSample* sample = nullptr;
+  document_.Check(QiroK7MSampleIteratorGetNextEntry(iterator_.get(), &sample));
+  SampleHandle handle(sample);
+  if (handle) document_.Check(QiroK7MSampleGetInfo(sample, info));
+  return handle;
+}
+
+SampleWalk WalkMediaSamples(const Document& document, const Track& track) {
+  QiroK7MSampleIterator* iterator = nullptr;
+  document.Check(QiroK7MReaderGetMediaSamples(document.Reader(), &track.handle, 1, &iterator));
+  return SampleWalk(document, iterator);
+}
+
+void CopySample(const Document& document, QiroK7MSample* sample, const QiroK7MSampleInfo& info,
+                std::vector<uint8_t>* buffer) {
+  // A size from the file is not believed before it could be true: memory is only taken for that.
+  if (info.sampleSize > document.File().Length()) document.Check(kQiroK7MErrorSampleDataShort);
+  if (buffer->size() < info.sampleSize) buffer->resize(info.sampleSize);
+  if (info.sampleSize > 0) document.Check(QiroK7MSampleCopyData(sample, buffer->data()));
+}
+
+}  // namespace qiro::k7m::tool

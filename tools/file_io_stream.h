@@ -1,0 +1,75 @@
+/// @file file_io_stream.h
+/// A file as the stream that the library writes to.
+#pragma once
+
+#include <k7m/k7m.h>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace qiro::k7m::tool {
+
+/// A file open for reading and writing, seen through a small set of blocks in memory. A document is
+/// written in many places at once: every table of every track grows in the space reserved for it
+/// while the media data grows behind them. Each such place finds its block again, so that the
+/// system sees large writes only.
+class FileIoStream {
+ public:
+  /// What the callbacks return, and the library passes on, when the system failed; ErrorNumber()
+  /// tells why.
+  static constexpr QiroK7MError kSystemFailed = 0x5359534F;
+
+  /// @param descriptor  an empty file, open for reading and writing; stays the caller's
+  explicit FileIoStream(int descriptor) : descriptor_(descriptor) {}
+  FileIoStream(const FileIoStream&) = delete;
+  FileIoStream& operator=(const FileIoStream&) = delete;
+
+  /// The record to create a document with. This object must outlive the document. Everything is in
+  /// the file once `close` has succeeded, and not before.
+  QiroK7MIOStreamCallBacks CallBacks();
+  /// The errno value of the operation that failed; 0 while none did.
+  int ErrorNumber() const { return errorNumber_; }
+  /// Calls of the system that have moved bytes so far.
+  uint64_t SystemCallCount() const { return systemCallCount_; }
+
+ private:
+  // A piece of the file of kBlockSize bytes, at a multiple of that.
+  struct Block {
+    uint64_t number = 0;
+    uint64_t lastUse = 0;
+    uint64_t dirtyBegin = 0;  // Bytes of the block that the file does not have yet.
+    uint64_t dirtyEnd = 0;
+    std::unique_ptr<uint8_t[]> bytes;
+  };
+
+  QiroK7MError Read(uint8_t* target, uint64_t byteCount, uint64_t* bytesRead);
+  QiroK7MError Write(const uint8_t* source, uint64_t byteCount, uint64_t* bytesWritten);
+  QiroK7MError Seek(int64_t offset, QiroK7MSeekPos origin);
+  QiroK7MError Truncate(uint64_t length);
+  QiroK7MError FlushAll();
+
+  // Whole blocks from the position on that are not in memory, at most `limit`.
+  uint64_t CountWholeBlocksToPass(uint64_t limit);
+  Block* Find(uint64_t number);
+  // The block, filled with what the file has of it. Null when the system failed.
+  Block* Fetch(uint64_t number);
+  // A block to be used anew. Null when the system failed.
+  Block* TakeOldest();
+  bool Load(Block* block, uint64_t number);
+  bool Flush(Block* block);
+  bool WriteFile(const uint8_t* source, uint64_t byteCount, uint64_t position);
+  void Advance(uint64_t byteCount);
+  QiroK7MError Fail(int errorNumber);
+
+  int descriptor_;
+  uint64_t position_ = 0;
+  uint64_t length_ = 0;      // Of the stream.
+  uint64_t fileLength_ = 0;  // Of the file: shorter while blocks at the end are only in memory.
+  uint64_t useCount_ = 0;
+  uint64_t systemCallCount_ = 0;
+  std::vector<Block> blocks_;
+  int errorNumber_ = 0;
+};
+
+}  // namespace qiro::k7m::tool

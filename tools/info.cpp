@@ -1,0 +1,131 @@
+/// `k7m info`: what a document and its tracks say about themselves.
+#include "info_facts.h"
+
+#include <optional>
+
+#include "command.h"
+#include "document.h"
+#include "messages.h"
+
+namespace qiro::k7m::tool {
+namespace {
+
+struct InfoOptions {
+  InputOptions input;
+  bool asJson = false;
+};
+
+std::string HandlerName(const Document& document, const Track& track) {
+  std::string name(track.info.handlerNameLength, '\0');
+  if (!name.empty()) document.Check(QiroK7MReaderCopyHandlerName(track.handle, name.data()));
+  while (!name.empty() && name.back() == '\0') name.pop_back();
+  return name;
+}
+
+DescriptionFacts DescriptionOf(const Document& document, QiroK7MSampleDescriptor* descriptor) {
+  DescriptionFacts facts;
+  document.Check(QiroK7MSampleDescriptorGetInfo(descriptor, &facts.info));
+  if (facts.info.mediaType == kVideo) {
+    document.Check(QiroK7MSampleDescriptorGetVideoInfo(descriptor, &facts.video.emplace()));
+  }
+  if (facts.info.mediaType == kSound) {
+    document.Check(QiroK7MSampleDescriptorGetAudioInfo(descriptor, &facts.audio.emplace()));
+  }
+  return facts;
+}
+
+// Bits per second over the time that the samples span. The last sample's own duration is not told;
+// it is taken to be the average of the others.
+std::optional<double> BitRate(const Track& track, uint64_t sampleCount, uint64_t byteCount,
+                              MediaTime first, MediaTime last) {
+  double seconds = Seconds({track.info.duration, track.info.timeScale});
+  if (sampleCount > 1) {
+    const auto count = static_cast<double>(sampleCount);
+    seconds = (Seconds(last) - Seconds(first)) * count / (count - 1);
+  }
+  if (sampleCount == 0 || seconds <= 0) return std::nullopt;
+  return static_cast<double>(byteCount) * 8 / seconds;
+}
+
+void CountSamples(const Document& document, const Track& track, TrackFacts* facts) {
+  document.Check(QiroK7MTrackGetSampleCount(track.handle, &facts->sampleCount.emplace()));
+  ProgressBar progress(*facts->sampleCount);
+  SampleWalk walk = WalkMediaSamples(document, track);
+  uint64_t byteCount = 0;
+  uint64_t sampleCount = 0;
+  MediaTime first;
+  MediaTime last;
+  QiroK7MSampleInfo info;
+  while (walk.Next(&info)) {
+    last = {info.timeStamp, info.timeScale};
+    if (sampleCount == 0) first = last;
+    ++sampleCount;
+    byteCount += info.sampleSize;
+    // Counts in a file can promise what would take hours to walk.
+    if (byteCount > document.File().Length() || sampleCount > document.File().Length()) {
+      PrintMessage(document.File().Path() + ": track " + std::to_string(track.number) +
+                   ": more sample data than the file holds; not counted");
+      return;
+    }
+    progress.Advance();
+  }
+  facts->byteCount = byteCount;
+  facts->bitRate = BitRate(track, sampleCount, byteCount, first, last);
+}
+
+TrackFacts FactsOf(const Document& document, const Track& track) {
+  TrackFacts facts;
+  facts.number = track.number;
+  facts.info = track.info;
+  facts.handlerName = HandlerName(document, track);
+  document.Check(QiroK7MTrackGetEntriesInfo(track.handle, &facts.entries));
+  document.Check(QiroK7MTrackGetEditCount(track.handle, &facts.editCount));
+  for (QiroK7MSampleDescriptor* descriptor : track.descriptors) {
+    facts.descriptions.push_back(DescriptionOf(document, descriptor));
+  }
+  return facts;
+}
+
+void RunInfo(const InfoOptions& options, Output& out) {
+  const Document document(options.input);
+  DocumentFacts facts;
+  facts.path = options.input.path;
+  // The samples come last and their failures are put off, so that a file with a broken track still
+  // shows everything else.
+  std::optional<Failure> failure;
+  const auto attempt = [&failure](const auto& step) {
+    try {
+      step();
+    } catch (const Failure& thrown) {
+      if (!failure) failure = thrown;
+    }
+  };
+  attempt([&] {
+    QiroK7MDocInfo info;
+    document.Check(QiroK7MReaderGetDocInfo(document.Reader(), &info));
+    facts.info = info;
+  });
+  attempt([&] {
+    uint32_t length = 0;
+    document.Check(QiroK7MReaderGetUlbDataLength(document.Reader(), &length));
+    facts.metadataLength = length;
+  });
+  for (const Track& track : document.Tracks()) {
+    facts.tracks.push_back(FactsOf(document, track));
+    attempt([&] { CountSamples(document, track, &facts.tracks.back()); });
+  }
+  out.Write(options.asJson ? JsonText(InfoJson(facts)) : InfoText(facts));
+  if (failure) throw Failure(*failure);
+}
+
+}  // namespace
+
+void AddInfoCommand(CLI::App& program, Action& chosen) {
+  const auto options = std::make_shared<InfoOptions>();
+  CLI::App* command = AddCommand(program, "info", "Show the document and its tracks",
+                                 "k7m info clip.mp4 --json", options, RunInfo, chosen);
+  AddInputOptions(command, &options->input);
+  command->add_flag("--json", options->asJson, "Print JSON");
+}
+
+}  // namespace qiro::k7m::tool

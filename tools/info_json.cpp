@@ -1,0 +1,87 @@
+#include <cmath>
+
+#include "info_facts.h"
+
+namespace qiro::k7m::tool {
+namespace {
+
+template <class Value>
+Json OrNull(const std::optional<Value>& value) {
+  return value ? Json(*value) : Json(nullptr);
+}
+
+std::string DateJson(const QiroK7MDateTime& date) {
+  std::string text = DateText(date) + "Z";
+  text[text.find(' ')] = 'T';
+  return text;
+}
+
+Json HeaderJson(const QiroK7MDocInfo& info) {
+  return {{"creationTime", DateJson(info.creationTime)},
+          {"modificationTime", DateJson(info.modificationTime)},
+          {"timeScale", info.timeScale},
+          {"duration", info.duration},
+          {"seconds", Seconds({info.duration, info.timeScale})},
+          {"playRate", info.playRate},
+          {"volume", info.volume},
+          {"isFragmented", info.isFragmented != 0}};
+}
+
+Json DescriptionJson(const DescriptionFacts& facts) {
+  Json json = {{"type", FourCharacters(facts.info.type)},
+               {"codecHeaderLength", facts.info.codecHeaderDataLength}};
+  if (facts.video) {
+    json["video"] = {{"width", facts.video->width},
+                     {"height", facts.video->height},
+                     {"horizontalResolution", facts.video->horizontalResolution},
+                     {"verticalResolution", facts.video->verticalResolution},
+                     {"frameCount", facts.video->frameCount},
+                     {"depth", facts.video->depth}};
+  }
+  if (facts.audio) {
+    json["audio"] = {{"sampleRate", facts.audio->sampleRate},
+                     {"channelCount", facts.audio->channelCount},
+                     {"sampleSize", facts.audio->sampleSize}};
+  }
+  return json;
+}
+
+Json TrackJson(const TrackFacts& facts) {
+  const QiroK7MTrackInfo& info = facts.info;
+  Json descriptions = Json::array();
+  for (const DescriptionFacts& description : facts.descriptions) {
+    descriptions.push_back(DescriptionJson(description));
+  }
+  return {{"number", facts.number},
+          {"mediaType", FourCharacters(info.mediaType)},
+          {"handlerName", facts.handlerName},
+          {"language", std::string(info.language, 3)},
+          {"flags", info.flags},
+          {"creationTime", DateJson(info.creationTime)},
+          {"modificationTime", DateJson(info.modificationTime)},
+          {"timeScale", info.timeScale},
+          {"duration", info.duration},
+          {"seconds", Seconds({info.duration, info.timeScale})},
+          {"width", info.width},
+          {"height", info.height},
+          {"volume", info.volume},
+          {"descriptions", descriptions},
+          {"edits", {{"count", facts.editCount}, {"gaps", facts.entries.gapCount}}},
+          {"hasDependencies", (info.trackFlags & 1) != 0},
+          {"sampleCount", OrNull(facts.sampleCount)},
+          {"mediaBytes", OrNull(facts.byteCount)},
+          {"bitRate", facts.bitRate ? Json(std::llround(*facts.bitRate)) : Json(nullptr)}};
+}
+
+}  // namespace
+
+Json InfoJson(const DocumentFacts& facts) {
+  Json tracks = Json::array();
+  for (const TrackFacts& track : facts.tracks) tracks.push_back(TrackJson(track));
+  return {{"file", facts.path},
+          {"document", facts.info ? HeaderJson(*facts.info) : Json(nullptr)},
+          {"metadataLength", OrNull(facts.metadataLength)},
+          {"tracks", tracks}};
+}
+
+}  // namespace qiro::k7m::tool

@@ -1,0 +1,55 @@
+/// @file movie_writer.h
+/// A document being written to a file, with failures thrown.
+#pragma once
+
+#include <k7m/k7m.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "document.h"
+#include "failure.h"
+#include "file_io_stream.h"
+#include "remux_plan.h"
+
+namespace qiro::k7m::tool {
+
+/// A document that grows on a file. Every failure is thrown with the file's name.
+class MovieWriter {
+ public:
+  /// @param descriptor  an empty file, open for reading and writing; stays the caller's
+  /// @param name        of the file, for messages
+  MovieWriter(int descriptor, std::string name, const QiroK7MDocInfo& info);
+  MovieWriter(const MovieWriter&) = delete;
+  MovieWriter& operator=(const MovieWriter&) = delete;
+
+  /// Adds a track like the planned one, with its descriptions.
+  void AddTrack(const Document& document, const TrackPlan& plan);
+  void SetMetadata(std::vector<uint8_t> packet);
+  /// Adds a sample to a track, counted from 0 in the order of AddTrack().
+  /// @param description  of the track, from 0; ignored for gaps
+  void AddSample(size_t track, size_t description, const QiroK7MSampleInfo& info,
+                 std::vector<uint8_t>* bytes);
+  /// Everything is in the file after this.
+  void Close();
+
+ private:
+  struct OutputTrack {
+    QiroK7MTrack* handle = nullptr;
+    std::vector<QiroK7MSampleDescriptor*> descriptions;
+    size_t currentDescription = 0;
+  };
+
+  QiroK7MSampleDescriptor* AddDescription(const Document& document, QiroK7MTrack* track,
+                                          QiroK7MSampleDescriptor* source);
+  void Check(QiroK7MError code) const;
+
+  std::string name_;
+  FileIoStream stream_;
+  std::unique_ptr<QiroK7MWriter, Releaser<QiroK7MDestroyWriter>> writer_;
+  std::vector<OutputTrack> tracks_;
+};
+
+}  // namespace qiro::k7m::tool

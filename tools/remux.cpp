@@ -1,0 +1,109 @@
+/// `k7m remux`: a document written anew.
+#include <fstream>
+#include <map>
+
+#include "command.h"
+#include "document.h"
+#include "movie_writer.h"
+#include "output_file.h"
+#include "remux_copy.h"
+#include "remux_plan.h"
+#include "replacement_file.h"
+
+namespace qiro::k7m::tool {
+namespace {
+
+struct RemuxOptions {
+  InputOptions input;
+  std::string outputPath;
+  EditRule editRule = EditRule::kKeep;
+  std::string metadataPath;  // Empty: the document's own packet.
+  bool dropsMetadata = false;
+  bool mayReplace = false;
+};
+
+QiroK7MDocInfo InfoForCopy(const Document& document) {
+  QiroK7MDocInfo info;
+  document.Check(QiroK7MReaderGetDocInfo(document.Reader(), &info));
+  if (info.isFragmented != 0) {
+    throw FileFailure(document.File().Path(),
+                      "the file is fragmented; this version copies plain files only");
+  }
+  return info;
+}
+
+std::vector<uint8_t> ReadPacket(const std::string& path) {
+  const FileStream file(path);  // For its messages.
+  constexpr uint64_t kTooLong = 0x4000001;
+  if (file.Length() >= kTooLong) throw LibraryFailure(path, kQiroK7MErrorMetadataTooLarge);
+  std::vector<uint8_t> packet(file.Length());
+  std::ifstream stream(path, std::ios::binary);
+  stream.read(reinterpret_cast<char*>(packet.data()), static_cast<std::streamsize>(packet.size()));
+  if (!stream) throw SystemFailure(path, errno);
+  return packet;
+}
+
+std::vector<uint8_t> ReadOwnPacket(const Document& document) {
+  uint32_t length = 0;
+  document.Check(QiroK7MReaderGetUlbDataLength(document.Reader(), &length));
+  std::vector<uint8_t> packet(length);
+  if (length > 0) document.Check(QiroK7MReaderCopyUlbData(document.Reader(), packet.data()));
+  return packet;
+}
+
+std::vector<uint8_t> ChoosePacket(const Document& document, const RemuxOptions& options) {
+  if (options.dropsMetadata) return {};
+  if (!options.metadataPath.empty()) return ReadPacket(options.metadataPath);
+  return ReadOwnPacket(document);
+}
+
+void RunRemux(const RemuxOptions& options, Output&) {
+  if (options.outputPath == "-") {
+    throw UsageFailure("remux writes in several places and needs a file, not the standard output");
+  }
+  const Document document(options.input);
+  RefuseToOverwrite(document.File(), options.outputPath);
+  const QiroK7MDocInfo info = InfoForCopy(document);
+  ReplacementFile file(options.outputPath, options.mayReplace
+                                               ? ReplacementFile::Target::kMayBeReplaced
+                                               : ReplacementFile::Target::kMustBeNew);
+  const std::vector<uint8_t> packet = ChoosePacket(document, options);
+  const std::vector<TrackPlan> plans = PlanRemux(document, options.editRule);
+  MovieWriter writer(file.Descriptor(), options.outputPath, info);
+  for (const TrackPlan& plan : plans) writer.AddTrack(document, plan);
+  if (!packet.empty()) writer.SetMetadata(packet);
+  CopySamples(document, options.editRule, plans, &writer);
+  writer.Close();
+  file.Commit();
+}
+
+}  // namespace
+
+void AddRemuxCommand(CLI::App& program, Action& chosen) {
+  const auto options = std::make_shared<RemuxOptions>();
+  CLI::App* command =
+      AddCommand(program, "remux", "Copy the document: every track, interleaved anew, tables first",
+                 "k7m remux clip.mp4 copy.mp4", options, RunRemux, chosen);
+  AddInputOptions(command, &options->input);
+  command->add_option("OUT", options->outputPath, "The file to write; it appears when complete")
+      ->required();
+  const std::map<std::string, EditRule> rules = {{"keep", EditRule::kKeep},
+                                                 {"apply", EditRule::kApply}};
+  command
+      ->add_option("--edits", options->editRule,
+                   "keep (the default): copy all samples, and keep the tracks in step; apply: copy "
+                   "what the edit lists leave of them")
+      ->type_name("RULE")
+      ->transform(CLI::CheckedTransformer(rules, CLI::ignore_case).description(""));
+  CLI::Option* metadata =
+      command
+          ->add_option("--metadata", options->metadataPath,
+                       "A metadata packet to write instead of the document's own")
+          ->type_name("PACKET");
+  command->add_flag("--no-metadata", options->dropsMetadata, "Write no metadata packet")
+      ->excludes(metadata);
+  command->add_flag("--force", options->mayReplace,
+                    "Replace OUT when there is such a file already");
+}
+
+}  // namespace qiro::k7m::tool

@@ -1,0 +1,28 @@
+/// @file remux_plan.h
+/// What has to be known about a document before the first byte of its copy is written.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "document.h"
+#include "remux_source.h"
+
+namespace qiro::k7m::tool {
+
+/// A track of the copy: its space has to be reserved before its first sample.
+struct TrackPlan {
+  const Track* track = nullptr;
+  TrackLayout layout;
+  uint32_t sampleCount = 0;    ///< Without gaps and without samples that have no bytes.
+  uint32_t gapCount = 0;       ///< Waits that media follows.
+  uint32_t longestHeader = 0;  ///< Bytes of the longest codec header.
+  uint64_t byteCount = 0;      ///< Of all samples.
+  bool hasKeySample = false;   ///< Otherwise every sample can be decoded on its own.
+};
+
+/// Walks over all samples, without their bytes, and tells what each track needs. Tracks that cannot
+/// be copied are named in a message and left out.
+std::vector<TrackPlan> PlanRemux(const Document& document, EditRule rule);
+
+}  // namespace qiro::k7m::tool
