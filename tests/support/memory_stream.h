@@ -86,8 +86,6 @@ class MemoryStream {
   void ClearLog();
   /// From now on calls are counted but not logged: millions of them cost no memory.
   void StopLogging() { isLogging_ = false; }
-  /// Memory that the content takes.
-  uint64_t StoredBytes() const { return pages_.size() * kPageSize; }
   uint64_t BytesDelivered() const { return bytesDelivered_; }
   uint64_t Position() const { return position_; }
   bool IsOpen() const { return isOpen_; }
