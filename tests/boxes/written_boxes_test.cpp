@@ -50,6 +50,18 @@ TEST(WrittenMvhd, CarriesTheUnityMatrixThoughAnotherWasRead) {
   EXPECT_EQ(Written(box, stream), FullBox("mvhd", 1, 0, Mvhd{.nextTrackId = 3}));
 }
 
+TEST(WrittenTkhd, CarriesTheUnityMatrixThoughAnotherWasRead) {
+  Matrix turned = kUnityMatrix;
+  turned[4] = 5;
+  WritingStream stream;
+  stream.Memory().Put(0, FullBox("tkhd", 1, 7, Tkhd{.trackId = 3, .matrix = turned}));
+  const auto header = impl::BoxHeader::Parse(*stream.Get(), nullptr);
+  ASSERT_TRUE(header);
+  impl::TkhdBox box(stream.Get(), *header, kNoAllocator);
+  box.ReadPayloadFromStream();
+  EXPECT_EQ(Written(box, stream), FullBox("tkhd", 1, 7, Tkhd{.trackId = 3}));
+}
+
 TEST(WrittenMvhd, AnUpdateTouchesDurationAndNextTrackIdOnly) {
   WritingStream stream;
   impl::MvhdBox box(stream.Get(), 1, 0, DocInfoOf(600), kNoAllocator);
@@ -110,6 +122,21 @@ TEST(WrittenElst, TheEntryBeyondTheCapacityIs16) {
   box.DeleteLastElstEntry();
   box.AddElstEntry(2, 0, 1);
   EXPECT_EQ(box.GetEntries()[0].segmentDuration, 2u);
+}
+
+TEST(WrittenElst, KnowsItsGapsAndWhereItsLastEntryStarts) {
+  WritingStream stream;
+  impl::ElstBox box(stream.Get(), 0, 2, kNoAllocator);
+  EXPECT_EQ(box.GetLastSegStartTime(), 0u);
+  EXPECT_EQ(box.GetLastEntryMediaTime(), 0);
+  box.AddElstEntry(10, 0, 1);
+  box.AddElstEntry(20, -1, 1);
+  box.UpdateLastElstEntry(25);
+  box.AddElstEntry(5, 10, 1);
+  EXPECT_EQ(box.GetLastSegStartTime(), 35u);
+  EXPECT_EQ(box.GetLastEntryMediaTime(), 10);
+  EXPECT_EQ(box.GetGapsCount(), 1u);
+  EXPECT_EQ(box.GetGapsDuration(), 25u);
 }
 
 TEST(WrittenElst, TheRateIsOneUnlessItIsZero) {
