@@ -14,11 +14,11 @@ uint32_t ConvertOffset(uint32_t offset, uint32_t from, uint32_t to) {
   if (from == to) {
     return offset;
   }
-  constexpr uint64_t kLargestMagnitude = 0x7FFFFFFF;
   const bool isNegative = static_cast<int32_t>(offset) < 0;
+  const uint64_t largestMagnitude = isNegative ? 0x80000000 : 0x7FFFFFFF;
   const uint32_t magnitude = isNegative ? 0 - offset : offset;
   const uint64_t converted = Time::ConvertTimeScale(magnitude, from, to);
-  ThrowIf(converted > kLargestMagnitude, kQiroK7MErrorStdException);
+  ThrowIf(converted > largestMagnitude, kQiroK7MErrorStdException);
   const auto result = static_cast<uint32_t>(converted);
   return isNegative ? 0 - result : result;
 }
