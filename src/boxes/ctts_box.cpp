@@ -9,7 +9,9 @@ namespace qiro::k7m::impl {
 CttsBox::CttsBox(QiroK7MStream* stream, uint32_t maxSampleCount,
                  const QiroK7MAllocatorCallBacks* allocator)
     : TableBox(stream, kType, sizeof(uint32_t), kEntrySize, maxSampleCount, allocator),
-      runs_(K7MAllocator<CttsEntry>(allocator)) {}
+      runs_(K7MAllocator<CttsEntry>(allocator)) {
+  ThrowIf(maxSampleCount > kMaxEntryCount, kQiroK7MErrorTooManyEntries);
+}
 
 void CttsBox::AddCompositionOffset(uint32_t offset) {
   if (pending_.count != 0 && offset != pending_.value) {

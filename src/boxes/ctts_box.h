@@ -16,6 +16,7 @@ class CttsBox final : public TableBox {
           const QiroK7MAllocatorCallBacks* allocator)
       : TableBox(stream, header, allocator), runs_(K7MAllocator<CttsEntry>(allocator)) {}
 
+  /// Error 9 above 100000000 samples.
   CttsBox(QiroK7MStream* stream, uint32_t maxSampleCount,
           const QiroK7MAllocatorCallBacks* allocator);
 

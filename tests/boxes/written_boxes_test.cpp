@@ -3,6 +3,7 @@
 #include "boxes/edit_boxes.h"
 #include "boxes/ftyp_box.h"
 #include "boxes/mdat_box.h"
+#include "boxes/media_boxes.h"
 #include "boxes/media_information_boxes.h"
 #include "boxes/movie_boxes.h"
 #include "boxes/sample.h"
@@ -73,6 +74,15 @@ TEST(WrittenMvhd, AnUpdateTouchesDurationAndNextTrackIdOnly) {
   EXPECT_EQ(stream.Content(),
             Bytes(before).Patch(32, 0x1122334455667788, 8).Patch(116, 0x99AABBCC));
   EXPECT_EQ(stream.Memory().Count(Call::kWrite), 2u);
+}
+
+TEST(WrittenHdlr, ANameAboveAHundredMillionBytesIs9) {
+  const QiroK7MTrackInfo info{};
+  const QiroK7MTrackEntriesInfo entries{};
+  const uint8_t* const noBytes = nullptr;  // Nobody looks at them.
+  const impl::TrackSetup setup{info, entries, {noBytes, 100000001}, 1, 1, 1, 1, {}};
+  WritingStream stream;
+  EXPECT_EQ(ErrorOf([&] { impl::HdlrBox(stream.Get(), 0, 0, setup, kNoAllocator); }), 9u);
 }
 
 TEST(WrittenVmhd, HoldsZerosThoughOtherNumbersWereRead) {
