@@ -313,6 +313,23 @@ TEST(AddSample, TheFirstOneHasNoPreviousTime) {
   }
 }
 
+TEST(AddSample, TimesAreComparedAsSignedNumbers) {
+  constexpr uint64_t kSign = uint64_t{1} << 63;
+  {
+    OpenedWriter writer;
+    QiroK7MTrack* track = writer.AddDescribedTrack();
+    EXPECT_EQ(writer.TryAdd(track, {.time = kSign - 1}), 0u);
+    EXPECT_EQ(writer.TryAdd(track, {.time = kSign}), 1280u);
+    EXPECT_EQ(writer.TryAdd(track, {.time = kSign - 1}), 0u);
+  }
+  OpenedWriter writer;
+  QiroK7MTrack* track = writer.AddDescribedTrack();
+  EXPECT_EQ(writer.TryAdd(track, {.time = ~uint64_t{0}}), 0u);
+  EXPECT_EQ(writer.TryAdd(track, {.time = ~uint64_t{0} - 1}), 1280u);
+  EXPECT_EQ(writer.TryAdd(track, {.time = 4}), 0u);  // 5 behind -1.
+  EXPECT_EQ(writer.TryAdd(track, {.time = kSign}), 1280u);
+}
+
 TEST(AddSample, TimesAreConvertedToTheTracksScaleRoundingToNearest) {
   const NewTrack track{.timeScale = 1000};
   // 90000 to 1000: 44/90 down, 45/90 (an exact half) down, 46/90 up.
