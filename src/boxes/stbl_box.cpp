@@ -36,25 +36,20 @@ StblBox::StblBox(QiroK7MStream* stream, const TrackSetup& setup,
   }
 }
 
-/// How far all tables have got but the 'sdtp', which is entered last.
+/// How far the tables have got. The 'stss' is written last and the 'sdtp' not at all, so that what
+/// fails there has added nothing to them.
 struct StblBox::Progress {
   SttsBox::Progress stts;
   CttsBox::Progress ctts;
   TableBox::Progress stsz;
   TableBox::Progress stsc;
   TableBox::Progress co64;
-  TableBox::Progress stss;
   OpenChunk chunk;
 };
 
 StblBox::Progress StblBox::GetProgress() const {
-  return {stts_->GetProgress(),
-          ctts_->GetProgress(),
-          stsz_->GetProgress(),
-          stsc_->GetProgress(),
-          co64_->GetProgress(),
-          stss_->GetProgress(),
-          chunk_};
+  return {stts_->GetProgress(), ctts_->GetProgress(), stsz_->GetProgress(),
+          stsc_->GetProgress(), co64_->GetProgress(), chunk_};
 }
 
 void StblBox::ReturnTo(const Progress& progress) {
@@ -63,7 +58,6 @@ void StblBox::ReturnTo(const Progress& progress) {
   stsz_->ReturnTo(progress.stsz);
   stsc_->ReturnTo(progress.stsc);
   co64_->ReturnTo(progress.co64);
-  stss_->ReturnTo(progress.stss);
   chunk_ = progress.chunk;
 }
 

@@ -23,10 +23,11 @@ class Session {
   /// Adds sample `index`. Some follow one of their own track, some do not.
   QiroK7MError Add(size_t index) {
     const auto number = static_cast<uint32_t>(index);
-    return writer.TryAdd(tracks_[index / 2 % 2], {.time = 10 * index + index % 3,
-                                                  .data = DataOf(index),
-                                                  .flags = number % 2 << 0 | number << 8,
-                                                  .compositionOffset = number % 5 / 2});
+    return writer.TryAdd(tracks_[index / 2 % 2],
+                         {.time = 10 * index + index % 3,
+                          .data = DataOf(index),
+                          .flags = (number % 3 == 0 ? kKey : 0) | number << 8,
+                          .compositionOffset = number % 5 / 2});
   }
   static Bytes DataOf(size_t index) { return Pattern(1 + index % 4, static_cast<uint32_t>(index)); }
 
@@ -122,6 +123,21 @@ TEST(HarmlessFailures, WhatAFailedBoxLeftBehindTheDocumentIsCutOff) {
   EXPECT_EQ(writer.TryAddFullBox("abcd", 0, 0, Pattern(50)), kHarmless);
   EXPECT_EQ(writer.Stream().Length(), before.Size() + 12);
   EXPECT_EQ(writer.Finish(), before);
+}
+
+TEST(HarmlessFailures, TheIndexOfAFragmentedDocumentIsNoRemains) {
+  QiroK7MDocInfo info = DocInfoOf(1000);
+  info.isFragmented = 1;
+  OpenedWriter writer(info);
+  QiroK7MTrack* track = writer.AddDescribedTrack();
+  EXPECT_EQ(writer.TrySetUlb(Bytes{1}), 0u);
+  const size_t size = writer.File().Size();
+  writer.Stream().FailNth(Call::kWrite, 1, kHarmless);
+  EXPECT_EQ(writer.TryAdd(track, {}), kHarmless);  // Its media data is open, but no fragment.
+  const Bytes file = writer.Finish();
+  EXPECT_EQ(PlaceOf(file, "mfra").offset, size);
+  EXPECT_EQ(PlaceOf(file, "mfra").size, file.Size() - size);
+  EXPECT_EQ(NumberIn(file, "mfra/mfro", 12), file.Size() - size);
 }
 
 TEST(HarmlessFailures, NothingIsCutOffWhenNothingIsLeftBehind) {
