@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <set>
 
 #include "support/box_builder.h"
 #include "support/box_finder.h"
@@ -116,6 +117,75 @@ uint64_t FailOnce(const Steps& steps, bool isFragmented, QiroK7MError code, Run 
   }
   EXPECT_EQ(CountHeap().liveBlocks, blocks);
   return wasHit ? 1 : 0;
+}
+
+/// Whether the writer answers every step with 0.
+bool IsAllowed(const Steps& steps, bool isFragmented) {
+  CountingAllocator memory;
+  MemoryStream stream;
+  WriterScript script(steps, isFragmented);
+  script.Prepare();
+  script.Run(stream, memory.Record());
+  return FirstFailure(script.Result()) == steps.size();
+}
+
+/// What ForEachOrder() leaves out though a good writer allows it.
+bool IsLeftOut(const Steps& steps) {
+  size_t tracks = 0;
+  size_t described = 0;
+  size_t idleFlushes = 0;
+  bool hasNewSample = false;
+  bool isClosed = false;
+  for (const ScriptStep& step : steps) {
+    if (isClosed) return true;
+    isClosed = step.what == Do::kClose;
+    tracks += step.what == Do::kAddTrack ? 1 : 0;
+    if (step.what == Do::kDescribe && step.track != described++) return true;
+    idleFlushes += step.what == Do::kFlush && !hasNewSample ? 1 : 0;
+    hasNewSample = step.what == Do::kSample || (hasNewSample && step.what != Do::kFlush);
+  }
+  return tracks > 2 || idleFlushes > 1;
+}
+
+/// Calls `visit` for every order of `length` calls, whether allowed or not.
+void ForAnyOrder(size_t length, Steps& steps, const std::function<void(const Steps&)>& visit) {
+  if (steps.size() == length) return visit(steps);
+  const uint64_t time = 10 * steps.size();
+  for (const ScriptStep& next :
+       {ScriptStep{Do::kAddTrack}, ScriptStep{Do::kDescribe, 0}, ScriptStep{Do::kDescribe, 1},
+        ScriptStep{Do::kSample, 0, time}, ScriptStep{Do::kSample, 1, time}, ScriptStep{Do::kFlush},
+        ScriptStep{Do::kClose}}) {
+    steps.push_back(next);
+    ForAnyOrder(length, steps, visit);
+    steps.pop_back();
+  }
+}
+
+std::string KeyOf(const Steps& steps) {
+  std::string key;
+  for (const ScriptStep& step : steps) {
+    key += static_cast<char>('A' + static_cast<int>(step.what));
+    key += static_cast<char>('0' + step.track);
+  }
+  return key;
+}
+
+TEST(WriterOrders, AreAllThatAGoodWriterAllows) {
+  constexpr size_t kLength = 4;
+  std::set<std::string> visited;
+  ForEachOrder(kLength, [&](const Steps& steps) {
+    EXPECT_TRUE(visited.insert(KeyOf(steps)).second) << Named(steps);
+  });
+  for (const bool isFragmented : {false, true}) {
+    std::set<std::string> allowed;
+    for (size_t length = 1; length <= kLength; ++length) {
+      Steps steps;
+      ForAnyOrder(length, steps, [&](const Steps& order) {
+        if (!IsLeftOut(order) && IsAllowed(order, isFragmented)) allowed.insert(KeyOf(order));
+      });
+    }
+    EXPECT_EQ(allowed, visited);
+  }
 }
 
 constexpr QiroK7MError kOwnCode = 4711;
