@@ -10,6 +10,11 @@
 /// from then on it can only be closed or destroyed. Every function but QiroK7MCloseWriter() and
 /// QiroK7MDestroyWriter() answers #kQiroK7MErrorWriterStateBad unless the writer is good.
 ///
+/// A call that failed and left the writer good can be made again, also when the code came from a
+/// callback of the stream. Nothing that was added before or comes later is lost by it, but a
+/// fragment that could not be written is; a track or sample description that could not be written
+/// stays.
+///
 /// Buffers: a function that takes a #QiroK7MDataBuffer releases it exactly once before it returns,
 /// on success and on every failure, unless it says that the writer keeps it.
 #ifndef K7M_WRITER_H
@@ -62,7 +67,8 @@ K7M_API QiroK7MError QiroK7MDocCreateNew(const QiroK7MIOStreamCallBacks* callBac
 /// @param out             receives the track, which belongs to the writer; required
 /// @return #kQiroK7MErrorNone; #kQiroK7MErrorInvalidArgument; #kQiroK7MErrorWriterStateBad;
 ///         #kQiroK7MErrorZeroTimeScale; #kQiroK7MErrorMovieBoxClosed after the first sample,
-///         metadata or extra box; #kQiroK7MErrorTooManyEntries; #kQiroK7MErrorStdException when the
+///         metadata or extra box; #kQiroK7MErrorTooManyEntries for more than 100000000 samples,
+///         edits or bytes of the handler name; #kQiroK7MErrorStdException when the
 ///         movie box does not fit 32 bits; or what writing returned
 K7M_API QiroK7MError QiroK7MWriterAddTrack(QiroK7MWriter* writer, const QiroK7MTrackInfo* info,
                                            const QiroK7MTrackEntriesInfo* entries,
@@ -220,7 +226,8 @@ K7M_API QiroK7MError QiroK7MWriterGetTracks(QiroK7MWriter* writer, QiroK7MTrackI
 ///         #kQiroK7MErrorZeroTimeScale; #kQiroK7MErrorInvalidTrackId;
 ///         #kQiroK7MErrorNoSampleDescriptionChosen; #kQiroK7MErrorDecodeTimeBackwards;
 ///         #kQiroK7MErrorDecodeTimeStepTooLarge; #kQiroK7MErrorEditListFull;
-///         #kQiroK7MErrorSampleTableFull; or what writing returned
+///         #kQiroK7MErrorSampleTableFull; #kQiroK7MErrorStdException when the composition offset
+///         does not fit 32 bits in the track's time scale; or what writing returned
 K7M_API QiroK7MError QiroK7MWriterAddSample(QiroK7MWriter* writer, QiroK7MTrack* track,
                                             const QiroK7MSampleInfo* info, QiroK7MDataBuffer* data);
 

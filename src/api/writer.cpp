@@ -6,6 +6,7 @@ using impl::ApiCall;
 using impl::AsHandle;
 using impl::Impl;
 using impl::Require;
+using impl::RequireBytes;
 using impl::RequireGood;
 using impl::ThrowIf;
 using impl::WriterCall;
@@ -40,6 +41,7 @@ QiroK7MError QiroK7MWriterSetUlb(QiroK7MWriter* writer, QiroK7MDataBuffer* metad
   return WriterCall(writer, [&] {
     constexpr uint32_t kMaxMetadataLength = 0x4000000;
     Require(writer);
+    RequireBytes(metadata, length);
     RequireGood(writer);
     ThrowIf(length > kMaxMetadataLength, kQiroK7MErrorMetadataTooLarge);
     Impl(writer).SetUlbBox(impl::BytesOf(metadata, length));
@@ -51,8 +53,7 @@ QiroK7MError QiroK7MWriterAddFullBox(QiroK7MWriter* writer, uint32_t type, uint3
   const impl::AutoCleanupDataBuffer cleanup(payload);
   return WriterCall(writer, [&] {
     Require(writer);
-    ThrowIf(length != 0 && (payload == nullptr || payload->data == nullptr),
-            kQiroK7MErrorInvalidArgument);
+    RequireBytes(payload, length);
     RequireGood(writer);
     Impl(writer).AddFullBox(type, version != 0 ? 1 : 0, flags, impl::BytesOf(payload, length));
   });

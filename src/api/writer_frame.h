@@ -27,13 +27,19 @@ inline void RequireGood(QiroK7MWriter* writer) {
   ThrowIf(!Impl(writer).IsWriterStateGood(), kQiroK7MErrorWriterStateBad);
 }
 
+/// Error 20 when the buffer holds no bytes at all. It may be null for length 0.
+inline void RequireBytes(const QiroK7MDataBuffer* buffer, uint64_t length) {
+  ThrowIf(length != 0 && (buffer == nullptr || buffer->data == nullptr),
+          kQiroK7MErrorInvalidArgument);
+}
+
 /// The first `length` bytes of a buffer. Error 20 when there are none, 1030 when there are fewer.
 /// The buffer may be null for length 0.
 inline std::span<const uint8_t> BytesOf(const QiroK7MDataBuffer* buffer, uint64_t length) {
+  RequireBytes(buffer, length);
   if (length == 0) {
     return {};
   }
-  ThrowIf(buffer == nullptr || buffer->data == nullptr, kQiroK7MErrorInvalidArgument);
   ThrowIf(buffer->length < length, kQiroK7MErrorSampleDataShort);
   return {static_cast<const uint8_t*>(buffer->data), length};
 }

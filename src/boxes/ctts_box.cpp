@@ -3,30 +3,31 @@
 #include "base/big_endian.h"
 #include "boxes/entry_limit.h"
 #include "boxes/payload_table.h"
-#include "boxes/run_length.h"
 
 namespace qiro::k7m::impl {
 
 CttsBox::CttsBox(QiroK7MStream* stream, uint32_t maxSampleCount,
                  const QiroK7MAllocatorCallBacks* allocator)
     : TableBox(stream, kType, sizeof(uint32_t), kEntrySize, maxSampleCount, allocator),
-      runs_(K7MAllocator<CttsEntry>(allocator)) {}
+      runs_(K7MAllocator<CttsEntry>(allocator)) {
+  ThrowIf(maxSampleCount > kMaxEntryCount, kQiroK7MErrorTooManyEntries);
+}
 
 void CttsBox::AddCompositionOffset(uint32_t offset) {
-  if (pendingCount_ != 0 && offset != pendingOffset_) {
-    AppendEntry(EncodeRun(pendingCount_, pendingOffset_));
-    pendingCount_ = 0;
+  if (pending_.count != 0 && offset != pending_.value) {
+    AppendEntry(EncodeRun(pending_.count, pending_.value));
+    pending_.count = 0;
   }
-  ++pendingCount_;
-  pendingOffset_ = offset;
+  ++pending_.count;
+  pending_.value = offset;
 }
 
 void CttsBox::UpdateExtensionBox() {
-  if (pendingCount_ == 0) {
+  if (pending_.count == 0) {
     WriteCount(GetWrittenCount());
     return;
   }
-  WriteProvisionally(EncodeRun(pendingCount_, pendingOffset_));
+  WriteProvisionally(EncodeRun(pending_.count, pending_.value));
   WriteCount(GetWrittenCount() + 1);
 }
 

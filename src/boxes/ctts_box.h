@@ -1,5 +1,6 @@
 #pragma once
 
+#include "boxes/run_length.h"
 #include "boxes/table_box.h"
 #include "boxes/table_iterators.h"
 
@@ -15,8 +16,19 @@ class CttsBox final : public TableBox {
           const QiroK7MAllocatorCallBacks* allocator)
       : TableBox(stream, header, allocator), runs_(K7MAllocator<CttsEntry>(allocator)) {}
 
+  /// Error 9 above 100000000 samples.
   CttsBox(QiroK7MStream* stream, uint32_t maxSampleCount,
           const QiroK7MAllocatorCallBacks* allocator);
+
+  struct Progress {
+    TableBox::Progress table;
+    PendingRun pending;
+  };
+  Progress GetProgress() const { return {TableBox::GetProgress(), pending_}; }
+  void ReturnTo(const Progress& progress) {
+    TableBox::ReturnTo(progress.table);
+    pending_ = progress.pending;
+  }
 
   void AddCompositionOffset(uint32_t offset);
   /// Writes the pending run behind the entries, where later samples overwrite it.
@@ -31,8 +43,7 @@ class CttsBox final : public TableBox {
  private:
   K7MVector<CttsEntry> runs_;
 
-  uint32_t pendingCount_ = 0;
-  uint32_t pendingOffset_ = 0;
+  PendingRun pending_;
 };
 
 }  // namespace qiro::k7m::impl

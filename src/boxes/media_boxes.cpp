@@ -19,6 +19,12 @@ uint16_t PackLanguage(const char (&language)[4]) {
   return static_cast<uint16_t>(packed);
 }
 
+/// Error 9 for a name that could not be read back.
+std::span<const uint8_t> CheckName(std::span<const uint8_t> name) {
+  ThrowIf(name.size() > kMaxEntryCount, kQiroK7MErrorTooManyEntries);
+  return name;
+}
+
 }  // namespace
 
 MdhdBox::MdhdBox(QiroK7MStream* stream, uint8_t version, uint32_t flags,
@@ -42,7 +48,8 @@ HdlrBox::HdlrBox(QiroK7MStream* stream, uint8_t version, uint32_t flags, const T
                  const QiroK7MAllocatorCallBacks* allocator)
     : FieldBox(stream, kType, version, flags, allocator),
       handlerType_(setup.info.mediaType),
-      name_(setup.handlerName.begin(), setup.handlerName.end(), K7MAllocator<uint8_t>(allocator)) {
+      name_(CheckName(setup.handlerName).begin(), setup.handlerName.end(),
+            K7MAllocator<uint8_t>(allocator)) {
   AccountForPayload();
   Grow(name_.size());
 }

@@ -58,6 +58,7 @@ class HdlrBox final : public FieldBox<HdlrBox, FullBox> {
   HdlrBox(QiroK7MStream* stream, const BoxHeader& header,
           const QiroK7MAllocatorCallBacks* allocator)
       : FieldBox(stream, header, allocator), name_(K7MAllocator<uint8_t>(allocator)) {}
+  /// Error 9 for a name above 100000000 bytes.
   HdlrBox(QiroK7MStream* stream, uint8_t version, uint32_t flags, const TrackSetup& setup,
           const QiroK7MAllocatorCallBacks* allocator);
 

@@ -1,5 +1,6 @@
 #include "boxes/stbl_box.h"
 
+#include "base/guarded_call.h"
 #include "boxes/sample.h"
 #include "boxes/track_setup.h"
 
@@ -35,9 +36,48 @@ StblBox::StblBox(QiroK7MStream* stream, const TrackSetup& setup,
   }
 }
 
+/// How far the tables have got. The 'stss' is written last and the 'sdtp' not at all, so that what
+/// fails there has added nothing to them.
+struct StblBox::Progress {
+  SttsBox::Progress stts;
+  CttsBox::Progress ctts;
+  TableBox::Progress stsz;
+  TableBox::Progress stsc;
+  TableBox::Progress co64;
+  OpenChunk chunk;
+};
+
+StblBox::Progress StblBox::GetProgress() const {
+  return {stts_->GetProgress(), ctts_->GetProgress(), stsz_->GetProgress(),
+          stsc_->GetProgress(), co64_->GetProgress(), chunk_};
+}
+
+void StblBox::ReturnTo(const Progress& progress) {
+  stts_->ReturnTo(progress.stts);
+  ctts_->ReturnTo(progress.ctts);
+  stsz_->ReturnTo(progress.stsz);
+  stsc_->ReturnTo(progress.stsc);
+  co64_->ReturnTo(progress.co64);
+  chunk_ = progress.chunk;
+}
+
+template <class Work>
+void StblBox::Enter(Work work) {
+  const Progress before = GetProgress();
+  const QiroK7MError failure = GuardedCall(work);
+  if (failure != kQiroK7MErrorNone) {
+    // A stream may fail with a code that leaves the writer good: the tables must go on agreeing.
+    ReturnTo(before);
+    ThrowException(failure);
+  }
+}
+
 void StblBox::AddSample(const Sample& sample) {
-  ++samplesAdded_;
-  ThrowIf(samplesAdded_ > maxSampleCount_, kQiroK7MErrorSampleTableFull);
+  ThrowIf(stsz_->GetSampleCount() >= maxSampleCount_, kQiroK7MErrorSampleTableFull);
+  Enter([&] { AddToTables(sample); });
+}
+
+void StblBox::AddToTables(const Sample& sample) {
   const QiroK7MSampleInfo& info = sample.GetInfo();
   stts_->AddSample(info.timeStamp);
   ctts_->AddCompositionOffset(info.compositionOffset);
@@ -47,33 +87,35 @@ void StblBox::AddSample(const Sample& sample) {
     stss_->AddSyncSample(stsz_->GetSampleCount());
   }
   if (sdtp_ != nullptr) {
-    sdtp_->SetEntry(static_cast<uint32_t>(samplesAdded_ - 1),
+    sdtp_->SetEntry(stsz_->GetSampleCount() - 1,
                     static_cast<uint8_t>(info.flags >> kQiroK7MSampleDependencyShift));
   }
 }
 
 void StblBox::AddToChunk(const Sample& sample) {
   const uint64_t offset = sample.GetSampleDataOffset();
-  if (chunkDescription_ != kNoChunk && chunkDescription_ == selectedDescription_ &&
-      nextContiguousOffset_ == offset) {
-    ++samplesInChunk_;
+  if (chunk_.description != kNoChunk && chunk_.description == selectedDescription_ &&
+      chunk_.end == offset) {
+    ++chunk_.sampleCount;
   } else {
     CloseChunk();
-    ++chunkNumber_;
-    chunkDescription_ = selectedDescription_;
-    samplesInChunk_ = 1;
-    chunkOffset_ = offset;
+    chunk_ = {selectedDescription_, 1, chunk_.number + 1, offset, 0};
   }
-  nextContiguousOffset_ = offset + sample.GetInfo().sampleSize;
+  chunk_.end = offset + sample.GetInfo().sampleSize;
+}
+
+void StblBox::UpdateExtensionBox() {
+  if (chunk_.description != kNoChunk) {
+    Enter([this] { CloseChunk(); });
+  }
 }
 
 void StblBox::CloseChunk() {
-  if (chunkDescription_ != kNoChunk && samplesInChunk_ != 0) {
-    stsc_->AddChunks(chunkNumber_, samplesInChunk_, chunkDescription_);
-    co64_->AddChunkOffset(chunkOffset_);
+  if (chunk_.description != kNoChunk) {
+    stsc_->AddChunks(chunk_.number, chunk_.sampleCount, chunk_.description);
+    co64_->AddChunkOffset(chunk_.offset);
+    chunk_.description = kNoChunk;
   }
-  chunkDescription_ = kNoChunk;
-  samplesInChunk_ = 0;
 }
 
 void StblBox::AddChildBox(std::unique_ptr<Box> child) {

@@ -25,13 +25,14 @@ class StblBox final : public Box {
   StblBox(QiroK7MStream* stream, const TrackSetup& setup,
           const QiroK7MAllocatorCallBacks* allocator);
 
-  /// Enters a sample whose bytes are in the file. Error 17 past the reserved number of samples; the
-  /// sample is counted all the same.
+  /// Enters a sample whose bytes are in the file. Error 17 past the reserved number of samples.
+  /// When writing fails the sample is in no table.
   void AddSample(const Sample& sample);
   /// For the samples that follow.
   void SetSampleDescriptor(uint32_t index) { selectedDescription_ = index; }
   /// Ends the open chunk, so that the next sample starts another.
-  void UpdateExtensionBox() override { CloseChunk(); }
+  void UpdateExtensionBox() override;
+  void WriteExtensionBox() override { UpdateExtensionBox(); }
   void AddChildBox(std::unique_ptr<Box> child) override;
   std::span<const MandatoryBox> GetMandatoryBoxes() const override;
   /// Completes the 'sdtp' last: its length stands in the 'stsz'.
@@ -48,6 +49,24 @@ class StblBox final : public Box {
   IChunkOffsetBox* GetChunkOffBox() const;
 
  private:
+  static constexpr uint32_t kNoChunk = 0xFFFFFFFF;
+
+  /// The chunk that samples are put into.
+  struct OpenChunk {
+    uint32_t description = kNoChunk;
+    uint32_t sampleCount = 0;
+    uint32_t number = 0;
+    uint64_t offset = 0;
+    uint64_t end = 0;  ///< Of the last sample added.
+  };
+  struct Progress;
+
+  /// Does the work whole or, when it fails, not at all.
+  template <class Work>
+  void Enter(Work work);
+  Progress GetProgress() const;
+  void ReturnTo(const Progress& progress);
+  void AddToTables(const Sample& sample);
   void AddToChunk(const Sample& sample);
   void CloseChunk();
 
@@ -61,16 +80,9 @@ class StblBox final : public Box {
   StssBox* stss_ = nullptr;
   SdtpBox* sdtp_ = nullptr;
 
-  static constexpr uint32_t kNoChunk = 0xFFFFFFFF;
-
-  uint64_t maxSampleCount_ = 0;
-  uint64_t samplesAdded_ = 0;
+  uint32_t maxSampleCount_ = 0;
   uint32_t selectedDescription_ = 0;
-  uint32_t chunkDescription_ = kNoChunk;
-  uint32_t samplesInChunk_ = 0;
-  uint32_t chunkNumber_ = 0;
-  uint64_t chunkOffset_ = 0;
-  uint64_t nextContiguousOffset_ = 0;
+  OpenChunk chunk_;
 };
 
 }  // namespace qiro::k7m::impl

@@ -21,7 +21,6 @@ void StszBox::AddSampleSize(uint32_t size) {
   std::array<uint8_t, kEntrySize> bytes;
   StoreBigEndian(bytes.data(), size);
   AppendEntry(bytes);
-  ++sampleCount_;
 }
 
 void StszBox::WriteExtensionBox() {

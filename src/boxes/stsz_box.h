@@ -36,7 +36,9 @@ class StszBox final : public TableBox, public ISampleSizeBox {
   void Describe(FieldSink& sink) override;
 
   /// Read, or added so far.
-  uint32_t GetSampleCount() const override { return sampleCount_; }
+  uint32_t GetSampleCount() const override {
+    return WasParsed() ? sampleCount_ : GetProgress().writtenCount;
+  }
   /// With a constant size the number is not used: every sample has the same size, and as many sizes
   /// follow as the table has samples in all.
   SampleSizeIterator FindBySampleNumber(uint32_t number) const override;

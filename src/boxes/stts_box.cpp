@@ -6,7 +6,6 @@
 #include "base/big_endian.h"
 #include "boxes/entry_limit.h"
 #include "boxes/payload_table.h"
-#include "boxes/run_length.h"
 
 namespace qiro::k7m::impl {
 
@@ -65,20 +64,27 @@ SttsBox::SttsBox(QiroK7MStream* stream, uint32_t maxSampleCount, uint32_t lastSa
 void SttsBox::AddSample(uint64_t decodeTime) {
   if (hasSample_) {
     const auto delta = static_cast<uint32_t>(decodeTime - previousTime_);
-    if (pendingCount_ != 0 && delta != pendingDelta_) {
-      AppendEntry(EncodeRun(pendingCount_, pendingDelta_));
-      pendingCount_ = 0;
+    if (pending_.count != 0 && delta != pending_.value) {
+      AppendEntry(EncodeRun(pending_.count, pending_.value));
+      pending_.count = 0;
     }
-    ++pendingCount_;
-    pendingDelta_ = delta;
+    ++pending_.count;
+    pending_.value = delta;
   }
   hasSample_ = true;
   previousTime_ = decodeTime;
 }
 
+void SttsBox::ReturnTo(const Progress& progress) {
+  TableBox::ReturnTo(progress.table);
+  pending_ = progress.pending;
+  previousTime_ = progress.previousTime;
+  hasSample_ = progress.hasSample;
+}
+
 void SttsBox::UpdateExtensionBox() {
-  if (pendingCount_ != 0) {
-    const auto pending = EncodeRun(pendingCount_, pendingDelta_);
+  if (pending_.count != 0) {
+    const auto pending = EncodeRun(pending_.count, pending_.value);
     const auto last = EncodeRun(1, lastSampleDuration_);
     std::array<uint8_t, 2 * kEntrySize> entries;
     std::copy(last.begin(), last.end(), std::copy(pending.begin(), pending.end(), entries.begin()));

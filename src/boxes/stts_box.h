@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "boxes/run_length.h"
 #include "boxes/table_box.h"
 #include "boxes/table_iterators.h"
 
@@ -43,6 +44,17 @@ class SttsBox final : public TableBox {
   SttsBox(QiroK7MStream* stream, uint32_t maxSampleCount, uint32_t lastSampleDuration,
           const QiroK7MAllocatorCallBacks* allocator);
 
+  struct Progress {
+    TableBox::Progress table;
+    PendingRun pending;
+    uint64_t previousTime;
+    bool hasSample;
+  };
+  Progress GetProgress() const {
+    return {TableBox::GetProgress(), pending_, previousTime_, hasSample_};
+  }
+  void ReturnTo(const Progress& progress);
+
   /// Each sample is counted only when the next one arrives.
   void AddSample(uint64_t decodeTime);
   /// Writes the pending run and the last sample behind the entries, where later samples overwrite
@@ -61,8 +73,7 @@ class SttsBox final : public TableBox {
 
   uint32_t lastSampleDuration_ = 0;
   uint64_t previousTime_ = 0;
-  uint32_t pendingCount_ = 0;
-  uint32_t pendingDelta_ = 0;
+  PendingRun pending_;
   bool hasSample_ = false;
 };
 

@@ -16,6 +16,18 @@ class TableBox : public FullBox {
            const QiroK7MAllocatorCallBacks* allocator)
       : FullBox(stream, header, allocator) {}
 
+  /// How far the entries have got, in the writing form.
+  struct Progress {
+    uint64_t effectiveSize;
+    uint32_t writtenCount;
+  };
+  Progress GetProgress() const { return {GetEffectiveSize(), writtenCount_}; }
+  /// Forgets the entries that were added since.
+  void ReturnTo(const Progress& progress) {
+    SetEffectiveSize(progress.effectiveSize);
+    writtenCount_ = progress.writtenCount;
+  }
+
   /// Rewrites the number of entries.
   void UpdateExtensionBox() override { WriteCount(writtenCount_); }
   void WriteExtensionBox() override { UpdateExtensionBox(); }

@@ -101,6 +101,8 @@ class Writer : public K7MBase {
   void WriteFragment();
   void WriteMfra();
   void Finalise();
+  /// Cuts off what failed calls have left on the stream behind the document.
+  void CutRemains();
   void UpdateElstEntries();
   void UpdateDurations();
   void RewriteMoov();
@@ -109,6 +111,7 @@ class Writer : public K7MBase {
   QiroK7MDocInfo docInfo_;
   uint32_t mode_;
   WriterState state_ = WriterState::kGood;
+  bool hasFailed_ = false;   ///< A call has failed, the writer being good or not.
   bool moovPending_ = true;  ///< Tracks can still be added.
   bool noMediaYet_ = true;
   bool samplesAllowed_ = true;
@@ -121,6 +124,8 @@ class Writer : public K7MBase {
   std::unique_ptr<RootBox> root_;
   MoovBox* moov_ = nullptr;
   MvhdBox* mvhd_ = nullptr;
+  /// The movie box on the stream may lack some of what is in `moov_`: it has to be written whole.
+  bool moovIsStale_ = true;
   /// As long as the movie box is open; then it is the last box in it.
   std::unique_ptr<MvexBox> newMvex_;
   MvexBox* mvex_ = nullptr;

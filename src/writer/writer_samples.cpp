@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include "base/guarded_call.h"
 #include "base/time.h"
@@ -14,11 +15,11 @@ uint32_t ConvertOffset(uint32_t offset, uint32_t from, uint32_t to) {
   if (from == to) {
     return offset;
   }
-  constexpr uint64_t kLargestMagnitude = 0x7FFFFFFF;
   const bool isNegative = static_cast<int32_t>(offset) < 0;
+  const uint64_t largestMagnitude = isNegative ? 0x80000000 : 0x7FFFFFFF;
   const uint32_t magnitude = isNegative ? 0 - offset : offset;
   const uint64_t converted = Time::ConvertTimeScale(magnitude, from, to);
-  ThrowIf(converted > kLargestMagnitude, kQiroK7MErrorStdException);
+  ThrowIf(converted > largestMagnitude, kQiroK7MErrorStdException);
   const auto result = static_cast<uint32_t>(converted);
   return isNegative ? 0 - result : result;
 }
@@ -93,7 +94,13 @@ void Writer::UpdateDurations() {
 
 void Writer::RewriteMoov() {
   // Ends every open chunk; what lies in the tables already stays as it is.
-  moov_->UpdateBox();
+  const bool wasStale = std::exchange(moovIsStale_, true);
+  if (wasStale && !appendMode_) {  // Boxes that were read are never written whole.
+    moov_->WriteBox();
+  } else {
+    moov_->UpdateBox();
+  }
+  moovIsStale_ = false;
 }
 
 void Writer::FlushWriter() {
@@ -115,6 +122,17 @@ void Writer::Finalise() {
     if (writeMfra_) {
       WriteMfra();
     }
+  }
+  if (hasFailed_) {
+    CutRemains();
+  }
+}
+
+void Writer::CutRemains() {
+  const bool endsWithMedia = mdat_ != nullptr && !IsFragmented();
+  const uint64_t end = endsWithMedia ? mdat_->GetEndOffset() : writeOffset_;
+  if (stream_.Get()->Length() > end) {
+    stream_.Get()->Truncate(end);
   }
 }
 

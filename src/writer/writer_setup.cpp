@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include "boxes/stbl_box.h"
 #include "boxes/track_setup.h"
@@ -67,7 +68,7 @@ void Writer::WriteFirstBoxes() {
     newMvex_ = MakeBox<MvexBox>(allocator, stream_.Get());
     mvex_ = newMvex_.get();
   }
-  moov_->WriteBox();
+  RewriteMoov();
   writeOffset_ = moov_->GetEndOffset();
 }
 
@@ -92,12 +93,13 @@ Track* Writer::CreateNewTrack(const QiroK7MTrackInfo& info, const QiroK7MTrackEn
   if (IsFragmented()) {
     newMvex_->AddChildBox(MakeBox<TrexBox>(GetAllocator(), stream_.Get(), trackId));
   }
+  moovIsStale_ = true;
   moov_->AddChildBox(std::move(trak));
   tracks_.push_back(std::move(track));
   timelines_.push_back(timeline);
   mvhd_->SetNextTrackId(trackId + 1);
   writeOffset_ = moov_->GetEndOffset();
-  moov_->WriteBox();
+  RewriteMoov();
   return tracks_.back().get();
 }
 
@@ -111,8 +113,11 @@ SampleDescriptor* Writer::AddSampleDescriptor(uint32_t trackId,
   TimelineOf(trackId);
   StsdBox* stsd = TrakOf(trackId)->GetStsdBox();
   SampleDescriptor* added = stsd->AddSampleDescriptor(std::move(descriptor));
+  // Until the entry is in the file; writing it alone is enough unless something fails.
+  const bool wasStale = std::exchange(moovIsStale_, true);
   SetSampleDescriptor(trackId, added->GetSDID());
   stsd->WriteBox();
+  moovIsStale_ = wasStale;
   RewriteMoov();
   return added;
 }
@@ -141,7 +146,8 @@ void Writer::CloseMovieBox() {
     writeOffset_ = moov_->GetEndOffset();
     // Closed for good: a stream may fail with a code that leaves the writer good.
     moovPending_ = false;
-    moov_->WriteBox();
+    moovIsStale_ = true;
+    RewriteMoov();
   }
   moovPending_ = false;
 }
@@ -185,6 +191,7 @@ std::unique_ptr<TrackCollection> Writer::GetTracks() const {
 }
 
 void Writer::SetWriterStateBad(QiroK7MError code) {
+  hasFailed_ = hasFailed_ || code != kQiroK7MErrorNone;
   if (!LeavesWriterGood(code) && IsWriterStateGood()) {
     state_ = WriterState::kBad;
   }

@@ -5,13 +5,13 @@
 
 namespace k7mtest {
 
-WriterScript::WriterScript(std::vector<ScriptStep> steps) : steps_(std::move(steps)) {}
+WriterScript::WriterScript(std::vector<ScriptStep> steps, bool isFragmented)
+    : steps_(std::move(steps)), isFragmented_(isFragmented) {}
 
 void WriterScript::Prepare() {
   buffers_.clear();
   for (size_t i = 0; i < steps_.size(); ++i) {
-    buffers_.push_back(
-        std::make_unique<CountedBuffer>(Pattern(1 + i % 5, static_cast<uint32_t>(i))));
+    buffers_.push_back(std::make_unique<CountedBuffer>(DataOf(i)));
   }
   result_ = ScriptResult();
   result_.codes.reserve(steps_.size());
@@ -25,7 +25,8 @@ void WriterScript::Prepare() {
 
 void WriterScript::Run(MemoryStream& stream, const QiroK7MAllocatorCallBacks& memory) {
   const QiroK7MIOStreamCallBacks callBacks = stream.ReadingAndWriting();
-  const QiroK7MDocInfo info = DocInfoOf(600);
+  QiroK7MDocInfo info = DocInfoOf(600);
+  info.isFragmented = isFragmented_ ? 1 : 0;
   QiroK7MWriter* writer = nullptr;
   result_.created = QiroK7MDocCreateNew(&callBacks, &info, &memory, &writer);
   if (result_.created != 0) return;

@@ -42,7 +42,7 @@ struct ScriptResult {
 
 class WriterScript {
  public:
-  explicit WriterScript(std::vector<ScriptStep> steps);
+  explicit WriterScript(std::vector<ScriptStep> steps, bool isFragmented = false);
 
   const std::vector<ScriptStep>& Steps() const { return steps_; }
   bool EndsClosed() const { return !steps_.empty() && steps_.back().what == Do::kClose; }
@@ -51,6 +51,8 @@ class WriterScript {
   /// Creates, does every step whatever the earlier ones answered, destroys. Takes no memory itself.
   void Run(MemoryStream& stream, const QiroK7MAllocatorCallBacks& memory);
   const ScriptResult& Result();
+  /// The bytes that a step hands over.
+  static Bytes DataOf(size_t step) { return Pattern(1 + step % 5, static_cast<uint32_t>(step)); }
   /// Gives the prepared buffers back, so that no memory is held between two runs.
   void Forget();
 
@@ -61,6 +63,7 @@ class WriterScript {
   QiroK7MError DoStep(size_t index, QiroK7MWriter* writer);
 
   std::vector<ScriptStep> steps_;
+  bool isFragmented_;
   std::vector<std::unique_ptr<CountedBuffer>> buffers_;
   ScriptResult result_;
   std::string handlerName_ = "name";

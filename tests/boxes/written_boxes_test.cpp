@@ -3,6 +3,7 @@
 #include "boxes/edit_boxes.h"
 #include "boxes/ftyp_box.h"
 #include "boxes/mdat_box.h"
+#include "boxes/media_boxes.h"
 #include "boxes/media_information_boxes.h"
 #include "boxes/movie_boxes.h"
 #include "boxes/sample.h"
@@ -50,6 +51,18 @@ TEST(WrittenMvhd, CarriesTheUnityMatrixThoughAnotherWasRead) {
   EXPECT_EQ(Written(box, stream), FullBox("mvhd", 1, 0, Mvhd{.nextTrackId = 3}));
 }
 
+TEST(WrittenTkhd, CarriesTheUnityMatrixThoughAnotherWasRead) {
+  Matrix turned = kUnityMatrix;
+  turned[4] = 5;
+  WritingStream stream;
+  stream.Memory().Put(0, FullBox("tkhd", 1, 7, Tkhd{.trackId = 3, .matrix = turned}));
+  const auto header = impl::BoxHeader::Parse(*stream.Get(), nullptr);
+  ASSERT_TRUE(header);
+  impl::TkhdBox box(stream.Get(), *header, kNoAllocator);
+  box.ReadPayloadFromStream();
+  EXPECT_EQ(Written(box, stream), FullBox("tkhd", 1, 7, Tkhd{.trackId = 3}));
+}
+
 TEST(WrittenMvhd, AnUpdateTouchesDurationAndNextTrackIdOnly) {
   WritingStream stream;
   impl::MvhdBox box(stream.Get(), 1, 0, DocInfoOf(600), kNoAllocator);
@@ -61,6 +74,15 @@ TEST(WrittenMvhd, AnUpdateTouchesDurationAndNextTrackIdOnly) {
   EXPECT_EQ(stream.Content(),
             Bytes(before).Patch(32, 0x1122334455667788, 8).Patch(116, 0x99AABBCC));
   EXPECT_EQ(stream.Memory().Count(Call::kWrite), 2u);
+}
+
+TEST(WrittenHdlr, ANameAboveAHundredMillionBytesIs9) {
+  const QiroK7MTrackInfo info{};
+  const QiroK7MTrackEntriesInfo entries{};
+  const uint8_t* const noBytes = nullptr;  // Nobody looks at them.
+  const impl::TrackSetup setup{info, entries, {noBytes, 100000001}, 1, 1, 1, 1, {}};
+  WritingStream stream;
+  EXPECT_EQ(ErrorOf([&] { impl::HdlrBox(stream.Get(), 0, 0, setup, kNoAllocator); }), 9u);
 }
 
 TEST(WrittenVmhd, HoldsZerosThoughOtherNumbersWereRead) {
@@ -110,6 +132,21 @@ TEST(WrittenElst, TheEntryBeyondTheCapacityIs16) {
   box.DeleteLastElstEntry();
   box.AddElstEntry(2, 0, 1);
   EXPECT_EQ(box.GetEntries()[0].segmentDuration, 2u);
+}
+
+TEST(WrittenElst, KnowsItsGapsAndWhereItsLastEntryStarts) {
+  WritingStream stream;
+  impl::ElstBox box(stream.Get(), 0, 2, kNoAllocator);
+  EXPECT_EQ(box.GetLastSegStartTime(), 0u);
+  EXPECT_EQ(box.GetLastEntryMediaTime(), 0);
+  box.AddElstEntry(10, 0, 1);
+  box.AddElstEntry(20, -1, 1);
+  box.UpdateLastElstEntry(25);
+  box.AddElstEntry(5, 10, 1);
+  EXPECT_EQ(box.GetLastSegStartTime(), 35u);
+  EXPECT_EQ(box.GetLastEntryMediaTime(), 10);
+  EXPECT_EQ(box.GetGapsCount(), 1u);
+  EXPECT_EQ(box.GetGapsDuration(), 25u);
 }
 
 TEST(WrittenElst, TheRateIsOneUnlessItIsZero) {

@@ -55,6 +55,7 @@ TEST(WrittenTables, TheirSizesAreThoseOfTheReservedEntries) {
 TEST(WrittenTables, MoreThanAHundredMillionEntriesAreRefused) {
   for (const uint32_t count : {kMost + 1, 0xFFFFFFFFu}) {
     EXPECT_EQ(CreationError<impl::SttsBox>(count, 1U), 9u);
+    EXPECT_EQ(CreationError<impl::CttsBox>(count), 9u);
     EXPECT_EQ(CreationError<impl::SdtpBox>(count), 9u);
     EXPECT_EQ(CreationError<impl::StssBox>(count), 31u);
     EXPECT_EQ(CreationError<impl::StszBox>(count), 31u);
@@ -62,6 +63,7 @@ TEST(WrittenTables, MoreThanAHundredMillionEntriesAreRefused) {
     EXPECT_EQ(CreationError<impl::StcoBox>(count), 31u);
   }
   EXPECT_EQ(CreationError<impl::SttsBox>(kMost, 1U), 0u);
+  EXPECT_EQ(CreationError<impl::CttsBox>(kMost), 0u);
   EXPECT_EQ(CreationError<impl::SdtpBox>(kMost), 0u);
   EXPECT_EQ(CreationError<impl::StssBox>(kMost), 0u);
   EXPECT_EQ(CreationError<impl::StszBox>(kMost), 0u);

@@ -194,6 +194,7 @@ TEST(Descriptions, LengthsInTheCallersRecordAreIgnored) {
   EXPECT_EQ(got.size, 16u);
   EXPECT_EQ(got.codecHeaderDataLength, 5u);
   EXPECT_EQ(got.type, Code("tx3g"));
+  EXPECT_EQ(got.mediaType, Code("text"));
   Bytes copy;
   copy.Fill(5);
   ASSERT_EQ(QiroK7MSampleDescriptorCopyCodecHeaderData(out, copy.Data()), 0u);

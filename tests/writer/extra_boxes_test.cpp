@@ -125,6 +125,8 @@ TEST(Metadata, ChecksComeInOrderAndTheBufferIsAlwaysGivenBack) {
   writer.Finish();
   EXPECT_EQ(set(writer.Handle(), kTooLong), 48u);  // Before 1286.
   EXPECT_EQ(set(nullptr, kTooLong), 20u);
+  EXPECT_EQ(QiroK7MWriterSetUlb(writer.Handle(), nullptr, kTooLong), 20u);  // Before 48.
+  EXPECT_EQ(QiroK7MWriterSetUlb(writer.Handle(), &noData, 1), 20u);
 }
 
 TEST(ExtraBoxes, AreWrittenAtTheEndWithVersionAndFlags) {
@@ -186,6 +188,7 @@ TEST(ExtraBoxes, ChecksComeInOrderAndTheBufferIsAlwaysGivenBack) {
   writer.Finish();
   EXPECT_EQ(add(writer.Handle(), 3), 48u);
   EXPECT_EQ(QiroK7MWriterAddFullBox(writer.Handle(), Code("abcd"), 0, 0, nullptr, 1), 20u);
+  EXPECT_EQ(QiroK7MWriterAddFullBox(writer.Handle(), Code("abcd"), 0, 0, &noData, 1), 20u);
 }
 
 TEST(ExtraBoxes, TheFileWithThemIsReadBack) {

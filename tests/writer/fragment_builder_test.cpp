@@ -7,7 +7,6 @@
 #include "internals/writing_stream.h"
 #include "support/counted_buffer.h"
 #include "writer/fragment_builder.h"
-#include "writer/track_timeline.h"
 
 namespace k7mtest {
 namespace {
@@ -154,23 +153,6 @@ TEST(FragmentBuilder, DataOffsetsFitASigned32BitNumberOrAreError19) {
       EXPECT_EQ(stream.Content(), ExpectedTraf(1, kBase, {{offset, {{1, 1, 0, 0}}}}));
     }
   }
-}
-
-TEST(HintStretching, TheLastSampleGrowsUpToTheEndOfTheServedTrack) {
-  impl::TrackTimeline hint(nullptr, 1000, 1000);
-  hint.StartAt(0, false);
-  hint.AddMedia(0);
-  hint.AddMedia(10);
-  EXPECT_EQ(hint.End(), 11u);
-  EXPECT_FALSE(hint.StretchTo(11));
-  EXPECT_FALSE(hint.StretchTo(5));
-  EXPECT_EQ(hint.End(), 11u);
-  EXPECT_TRUE(hint.StretchTo(500));
-  EXPECT_EQ(hint.End(), 500u);
-  EXPECT_EQ(hint.MediaDuration(), 500u);
-  // The next sample is not moved by that, and lasts its usual time.
-  EXPECT_EQ(hint.AddMedia(20), 20u);
-  EXPECT_EQ(hint.End(), 21u);
 }
 
 }  // namespace

@@ -313,6 +313,23 @@ TEST(AddSample, TheFirstOneHasNoPreviousTime) {
   }
 }
 
+TEST(AddSample, TimesAreComparedAsSignedNumbers) {
+  constexpr uint64_t kSign = uint64_t{1} << 63;
+  {
+    OpenedWriter writer;
+    QiroK7MTrack* track = writer.AddDescribedTrack();
+    EXPECT_EQ(writer.TryAdd(track, {.time = kSign - 1}), 0u);
+    EXPECT_EQ(writer.TryAdd(track, {.time = kSign}), 1280u);
+    EXPECT_EQ(writer.TryAdd(track, {.time = kSign - 1}), 0u);
+  }
+  OpenedWriter writer;
+  QiroK7MTrack* track = writer.AddDescribedTrack();
+  EXPECT_EQ(writer.TryAdd(track, {.time = ~uint64_t{0}}), 0u);
+  EXPECT_EQ(writer.TryAdd(track, {.time = ~uint64_t{0} - 1}), 1280u);
+  EXPECT_EQ(writer.TryAdd(track, {.time = 4}), 0u);  // 5 behind -1.
+  EXPECT_EQ(writer.TryAdd(track, {.time = kSign}), 1280u);
+}
+
 TEST(AddSample, TimesAreConvertedToTheTracksScaleRoundingToNearest) {
   const NewTrack track{.timeScale = 1000};
   // 90000 to 1000: 44/90 down, 45/90 (an exact half) down, 46/90 up.
@@ -343,10 +360,27 @@ TEST(AddSample, EqualScalesLeaveEveryOffsetUntouched) {
 }
 
 TEST(AddSample, AConvertedOffsetThatDoesNotFitIsAnErrorNotAnotherOffset) {
-  OpenedWriter writer;
-  QiroK7MTrack* track = writer.AddDescribedTrack({.timeScale = 90000});
-  EXPECT_EQ(writer.TryAdd(track, {.compositionOffset = 0x7FFFFFFF, .timeScale = 1000}), 19u);
-  EXPECT_FALSE(writer.IsGood());
+  const auto result = [](uint32_t offset) {
+    OpenedWriter writer;
+    QiroK7MTrack* track = writer.AddDescribedTrack({.timeScale = 2000});
+    const Bytes before = writer.File();
+    const QiroK7MError error =
+        writer.TryAdd(track, {.compositionOffset = offset, .timeScale = 1000});
+    EXPECT_EQ(writer.IsGood(), error == 0);
+    EXPECT_EQ(writer.File() == before, error != 0);
+    return error;
+  };
+  EXPECT_EQ(result(0x3FFFFFFF), 0u);
+  EXPECT_EQ(result(0x40000000), 19u);
+  EXPECT_EQ(result(0x7FFFFFFF), 19u);
+  EXPECT_EQ(result(0x80000000), 19u);
+  EXPECT_EQ(result(0xBFFFFFFF), 19u);
+  EXPECT_EQ(result(0xC0000000), 0u);
+}
+
+TEST(AddSample, TheSmallestOffsetFits) {
+  ExpectCtts(FileOf({{.time = 0, .compositionOffset = 0xC0000000, .timeScale = 500}}),
+             {{1, 0x80000000}});
 }
 
 TEST(AddSample, BeyondTheReservedNumberIs17AndMakesTheWriterBad) {

@@ -134,6 +134,14 @@ TEST(Edits, AFlushDoesNotChangeTheFinalList) {
   }
 }
 
+TEST(Edits, AFlushInsideAGapLeavesTheEntryBeforeIt) {
+  const std::vector<Step> steps = {{0}, {10}, {0, kFlush}, {20, kGap}, {0, kFlush}};
+  ExpectEdits(FileOf(steps), {{20, 0}});
+  std::vector<Step> more = steps;
+  more.insert(more.end(), {{50}, {60}});
+  ExpectEdits(FileOf(more), {{20, 0}, {30, -1}, {11, 20}});
+}
+
 TEST(Edits, ATrackWithoutSamplesGetsAnEntryOfItsDefaultDuration) {
   // Its last decode time is "none yet", -1, and its last duration 1: the end is at 0.
   OpenedWriter writer;
