@@ -22,7 +22,8 @@
 /// 9. Threads. The library starts none and takes no locks. A reader and everything obtained from it
 ///    may be used by one thread at a time; different readers are independent.
 /// 10. Not supported: the hint tracks, random access boxes and fragment queries of streaming
-///     servers, and appending to a document.
+/// servers, and
+///     appending to a document.
 #ifndef K7M_K7M_H
 #define K7M_K7M_H
 

@@ -181,9 +181,10 @@ TEST(Ranges, ATrackOfDuration0HasNoSamplesInAnyQuery) {
 }
 
 TEST(Ranges, WithoutAnEditListTheDurationCountsAsItIsStored) {
-  // 2.5 s in a track that counts seconds: rounded to its scale it would end before 2 s.
-  Movie movie = MovieOf({.timeScale = 1, .samples = SomeSamples(4, 1), .duration = 2500});
-  EXPECT_EQ(TimesOf(movie), (Times{0, 1, 2}));
+  // 2.5 s in a track that counts seconds. Sent through its scale they would become 2 s, which would
+  // end the edit before the range.
+  const Movie movie = MovieOf({.timeScale = 1, .samples = SomeSamples(4, 1), .duration = 2500});
+  EXPECT_EQ(TimesBetween(movie, 0, 2300), (Times{0, 1, 2}));
   EXPECT_EQ(InfoOf(OpenedReader(BuildMovie(movie).bytes).TrackAt(0)).duration, 2u);
 }
 
