@@ -169,7 +169,9 @@ K7M_API QiroK7MError QiroK7MSampleDescriptorIteratorGetNextEntry(
 
 /// Destroys the iterator, not the descriptors.
 /// @param iterator  null is ignored
-K7M_API void QiroK7MReleaseSampleDescriptorIterator(QiroK7MSampleDescriptorIterator* iterator);
+/// @return always #kQiroK7MErrorNone
+K7M_API QiroK7MError
+QiroK7MReleaseSampleDescriptorIterator(QiroK7MSampleDescriptorIterator* iterator);
 
 /// Does nothing: a sample descriptor belongs to its reader or writer and is valid until that is
 /// gone.

@@ -230,7 +230,7 @@ TEST(OpenArguments, TheRecordsAreCopied) {
 TEST(Releases, TakeNull) {
   QiroK7MCloseReader(nullptr);
   QiroK7MReleaseTrackIterator(nullptr);
-  QiroK7MReleaseSampleDescriptorIterator(nullptr);
+  EXPECT_EQ(QiroK7MReleaseSampleDescriptorIterator(nullptr), 0u);
   QiroK7MReleaseSampleIterator(nullptr);
   QiroK7MReleaseSample(nullptr);
   EXPECT_EQ(QiroK7MReleaseTrack(nullptr), 0u);

@@ -125,9 +125,7 @@ constexpr QuietFunction kQuietFunctions[] = {
     {"QiroK7MReleaseTrackIterator",
      [](const Handles& h) { return Release(QiroK7MReleaseTrackIterator, h.tracks); }},
     {"QiroK7MReleaseSampleDescriptorIterator",
-     [](const Handles& h) {
-       return Release(QiroK7MReleaseSampleDescriptorIterator, h.descriptors);
-     }},
+     [](const Handles& h) { return QiroK7MReleaseSampleDescriptorIterator(h.descriptors); }},
 };
 
 TEST(QuietFunctions, UseNeitherMemoryNorTheStream) {
