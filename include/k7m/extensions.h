@@ -1,6 +1,6 @@
 /// @file extensions.h
-/// What the library offers beyond the contract of the other headers: samples as they lie in the
-/// file, edit lists, and the names of codes.
+/// What the library offers beyond the contract of the other headers: opening with further rules for
+/// fragments, samples as they lie in the file, edit lists, and the names of codes.
 #ifndef K7M_EXTENSIONS_H
 #define K7M_EXTENSIONS_H
 
@@ -25,13 +25,11 @@ enum QiroK7MReadFlags {
   /// A base data offset that a track fragment does not give follows the standard (ISO/IEC 14496-12
   /// 8.8.7): the begin of the 'moof' where 'default-base-is-moof' is set or for the first track
   /// fragment, else the end of the data of the one before; a run without a data offset follows the
-  /// one
-  /// before it. Without this flag such offsets are counted from the begin of the stream.
+  /// one before it. Without this flag such offsets are counted from the begin of the stream.
   kQiroK7MReadBaseDataOffsets = 0x1,
   /// A 'tfdt' box (8.8.12) gives its track fragment the start time, and a range begins at the first
   /// fragment of the track that ends after its start, also when that lies in a hole. Without this
-  /// flag
-  /// times run on from fragment to fragment, from 0.
+  /// flag times run on from fragment to fragment, from 0.
   kQiroK7MReadStartTimes = 0x2
 };
 
@@ -45,7 +43,7 @@ typedef struct QiroK7MReadOptions {
 /// @param callBacks  the stream; required, with all its required callbacks. Copied
 /// @param warning    who is told about warnings; required, its callback may be null
 /// @param allocator  required; its callbacks may be null and must otherwise outlive the reader
-/// @param options    required
+/// @param options    required. Copied; flags that are not #QiroK7MReadFlags are ignored
 /// @param out        receives the reader; required; left as it is on failure
 /// @return as QiroK7MDocOpenForRead()
 K7M_API QiroK7MError QiroK7MDocOpenForReadWithOptions(const QiroK7MIStreamCallBacks* callBacks,
@@ -62,9 +60,8 @@ K7M_API QiroK7MError QiroK7MDocOpenForReadWithOptions(const QiroK7MIStreamCallBa
 ///                array that is not null with a count of 0 selects none
 /// @param count   number of tracks
 /// @param out     receives an iterator that the caller releases with
-/// QiroK7MReleaseSampleIterator();
-///                required
-/// @return as QiroK7MReaderGetSamples()
+///                QiroK7MReleaseSampleIterator() before the reader is closed; required
+/// @return as QiroK7MReaderGetSamples(), but for #kQiroK7MErrorZeroTimeScale
 K7M_API QiroK7MError QiroK7MReaderGetMediaSamples(QiroK7MReader* reader,
                                                   QiroK7MTrack* const* tracks, uint32_t count,
                                                   QiroK7MSampleIterator** out);
@@ -75,7 +72,7 @@ K7M_API QiroK7MError QiroK7MReaderGetMediaSamples(QiroK7MReader* reader,
 /// @return #kQiroK7MErrorNone or #kQiroK7MErrorInvalidArgument
 K7M_API QiroK7MError QiroK7MTrackGetEditCount(QiroK7MTrack* track, uint32_t* count);
 
-/// Copies one entry of the track's edit list.
+/// Copies one entry of the track's edit list, in file order.
 /// @param track  required
 /// @param index  from 0
 /// @param edit   receives the record; required

@@ -5,19 +5,16 @@
 /// Conventions:
 /// 1. Results. A function returns a #QiroK7MError, 0 for success; functions without a result return
 ///    nothing. An output argument is written only on success. No exception leaves the library.
-/// 2. Null pointers. Required pointers are checked in the order of the arguments; the first null
-/// one
-///    gives #kQiroK7MErrorInvalidArgument and nothing else happens.
+/// 2. Null pointers. Required pointers are checked before anything else; a null one gives
+///    #kQiroK7MErrorInvalidArgument and nothing else happens.
 /// 3. Handles are pointers to opaque types. Iterators and samples belong to the caller and are
-/// freed
-///    by their release function before the reader is closed; tracks and sample descriptors belong
-///    to the reader and their release functions do nothing.
+///    freed by their release function before the reader is closed; tracks and sample descriptors
+///    belong to the reader or writer and their release functions do nothing.
 /// 4. Records start with their size in bytes, which the library fills in when it fills the record
 ///    and does not read. It never touches a byte behind the stated layout.
 /// 5. Times are whole numbers of units of a time scale, which is a number of units per second.
 /// 6. Numbering. An index is counted from 0; a number, and a sample description index in a file,
-/// from
-///    1.
+///    from 1.
 /// 7. Four-character codes are 32-bit numbers, first character most significant: 'vide' is
 ///    0x76696465.
 /// 8. Streams and memory come from the caller: see stream.h and allocator.h. The library opens no

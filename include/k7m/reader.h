@@ -38,9 +38,10 @@ K7M_API const char* QiroK7MGetLibraryVersion(void);
 /// The test is deliberately this narrow: a stream that starts with 'free' or 'moof' is answered
 /// with 0, although QiroK7MDocOpenForRead() may accept it. The stream is opened and closed again.
 /// @param callBacks  the stream; required, with all its required callbacks
-/// @param allocator  required; its callbacks may be null
+/// @param allocator  required; its callbacks may be null. Not used: the test takes no memory
 /// @param isK7M      receives 1 or 0; required. A stream of fewer than 8 bytes gives 0
-/// @return #kQiroK7MErrorNone, #kQiroK7MErrorInvalidArgument, or what a stream callback returned
+/// @return #kQiroK7MErrorNone; #kQiroK7MErrorInvalidArgument; #kQiroK7MErrorReadFailed when the
+///         stream is shorter than it said; or what a stream callback returned
 K7M_API QiroK7MError QiroK7MDocIsK7M(const QiroK7MIStreamCallBacks* callBacks,
                                      const QiroK7MAllocatorCallBacks* allocator, uint32_t* isK7M);
 

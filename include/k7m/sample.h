@@ -79,8 +79,7 @@ K7M_API QiroK7MError QiroK7MReaderGetSamplesByTracks(QiroK7MReader* reader, uint
 /// @param endScale    units per second of `end`; not 0
 /// @param end         end of the range
 /// @param mediaTypes  four-character codes; null only when `count` is 0, which selects all tracks;
-/// an
-///                    array that is not null with a count of 0 selects none
+///                    an array that is not null with a count of 0 selects none
 /// @param count       number of codes
 /// @param out         as for QiroK7MReaderGetSamples(); required
 /// @return as QiroK7MReaderGetSamples()
@@ -163,8 +162,8 @@ K7M_API QiroK7MError QiroK7MSampleGetSampleDescriptor(QiroK7MSample* sample,
 /// @param sample  required
 /// @param buffer  receives the bytes; required, at least `sampleSize` bytes long
 /// @return #kQiroK7MErrorNone; #kQiroK7MErrorInvalidArgument; #kQiroK7MErrorSampleDataShort when
-/// the
-///         stream ends before the sample does; or what a stream callback returned
+///         the stream ends before the sample does, or the sample stands before the first 'mdat';
+///         #kQiroK7MErrorOutOfMemory; or what a stream callback returned
 K7M_API QiroK7MError QiroK7MSampleCopyData(QiroK7MSample* sample, void* buffer);
 
 /// Frees the sample. It must be released before the reader is closed.

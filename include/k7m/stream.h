@@ -31,9 +31,8 @@ typedef enum QiroK7MSeekPos {
 /// - `seek`: move to `offset` from `origin`. Offset 0 from the end measures the stream.
 /// - `tell`: store the current position, counted from the first byte.
 /// - `open`, `close`: called once each around all other use. A stream whose `open` fails is closed
-/// all
-///   the same by the type test and by document creation, but not by opening for reading. A failure
-///   of `close` is ignored when a reader is closed.
+///   all the same by the type test and by document creation, but not by opening for reading. A
+///   failure of `close` is ignored when a reader is closed.
 /// - `acquire`, `release`: not called by this version.
 typedef struct QiroK7MIStreamCallBacks {
   uint32_t size;     ///< Size of this record in bytes: 72. Not read by the library.

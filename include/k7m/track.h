@@ -27,13 +27,17 @@ typedef struct QiroK7MTrackInfo {
   uint32_t timeScale;                ///< Units per second of the track's times; 0 without 'mdhd'.
   QiroK7MDateTime creationTime;      ///< When the track was made.
   QiroK7MDateTime modificationTime;  ///< When it was last changed.
-  uint64_t duration;                 ///< On the presentation timeline, in the track's time scale.
-  float width;                       ///< Visual width in pixels.
-  float height;                      ///< Visual height in pixels.
-  float volume;                      ///< 1.0 is full.
-  char language[4];                  ///< ISO 639-2/T letters and a zero byte.
-  uint32_t handlerNameLength;  ///< Bytes of the handler name; see QiroK7MReaderCopyHandlerName().
-  uint32_t trackFlags;         ///< Bit 0: the track has an 'sdtp' table.
+  /// The 'tkhd' duration (presentation timeline, edits included) in the track's time scale; 0
+  /// without 'mdhd'.
+  uint64_t duration;
+  float width;       ///< Visual width in pixels.
+  float height;      ///< Visual height in pixels.
+  float volume;      ///< 1.0 is full.
+  char language[4];  ///< ISO 639-2/T letters and a zero byte; 0 without 'mdhd'.
+  /// Bytes of the handler name, its terminating zero byte included, also when the file lacks one;
+  /// 0 for an empty name. See QiroK7MReaderCopyHandlerName().
+  uint32_t handlerNameLength;
+  uint32_t trackFlags;  ///< Bit 0: the track has an 'sdtp' table.
 } QiroK7MTrackInfo;
 
 /// Numbers of things in a track. 16 bytes.
@@ -115,7 +119,7 @@ K7M_API QiroK7MError QiroK7MTrackIteratorGetNextEntry(QiroK7MTrackIterator* iter
 /// @param iterator  null is ignored
 K7M_API void QiroK7MReleaseTrackIterator(QiroK7MTrackIterator* iterator);
 
-/// Does nothing: a track belongs to its reader and is valid until that is closed.
+/// Does nothing: a track belongs to its reader or writer and is valid until that is gone.
 /// @param track  ignored; may be null
 /// @return always #kQiroK7MErrorNone
 K7M_API QiroK7MError QiroK7MReleaseTrack(QiroK7MTrack* track);
@@ -165,9 +169,12 @@ K7M_API QiroK7MError QiroK7MSampleDescriptorIteratorGetNextEntry(
 
 /// Destroys the iterator, not the descriptors.
 /// @param iterator  null is ignored
-K7M_API void QiroK7MReleaseSampleDescriptorIterator(QiroK7MSampleDescriptorIterator* iterator);
+/// @return always #kQiroK7MErrorNone
+K7M_API QiroK7MError
+QiroK7MReleaseSampleDescriptorIterator(QiroK7MSampleDescriptorIterator* iterator);
 
-/// Does nothing: a sample descriptor belongs to its reader and is valid until that is closed.
+/// Does nothing: a sample descriptor belongs to its reader or writer and is valid until that is
+/// gone.
 /// @param descriptor  ignored; may be null
 /// @return always #kQiroK7MErrorNone
 K7M_API QiroK7MError QiroK7MReleaseSampleDescriptor(QiroK7MSampleDescriptor* descriptor);

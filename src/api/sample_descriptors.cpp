@@ -32,10 +32,11 @@ QiroK7MError QiroK7MSampleDescriptorIteratorGetNextEntry(QiroK7MSampleDescriptor
   });
 }
 
-void QiroK7MReleaseSampleDescriptorIterator(QiroK7MSampleDescriptorIterator* iterator) {
+QiroK7MError QiroK7MReleaseSampleDescriptorIterator(QiroK7MSampleDescriptorIterator* iterator) {
   if (iterator != nullptr) {
     delete &Impl(iterator);
   }
+  return kQiroK7MErrorNone;
 }
 
 QiroK7MError QiroK7MReleaseSampleDescriptor(QiroK7MSampleDescriptor*) { return kQiroK7MErrorNone; }

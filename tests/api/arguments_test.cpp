@@ -166,6 +166,26 @@ TEST(OpenArguments, AllAreRequiredAndNothingIsDoneWithoutOne) {
   EXPECT_EQ(stream.Count(Call::kAny), 0u);
 }
 
+TEST(OpenArguments, TheOptionsAreRequiredToo) {
+  MemoryStream stream(SessionFile());
+  const QiroK7MIStreamCallBacks record = stream.Reading();
+  const QiroK7MWarningHandlerCallBacks warning;
+  const QiroK7MAllocatorCallBacks memory;
+  const QiroK7MReadOptions options{};
+  auto* reader = Untouched<QiroK7MReader>();
+  const auto open = QiroK7MDocOpenForReadWithOptions;
+  EXPECT_EQ(open(nullptr, &warning, &memory, &options, &reader), kNull);
+  EXPECT_EQ(open(&record, nullptr, &memory, &options, &reader), kNull);
+  EXPECT_EQ(open(&record, &warning, nullptr, &options, &reader), kNull);
+  EXPECT_EQ(open(&record, &warning, &memory, nullptr, &reader), kNull);
+  EXPECT_EQ(open(&record, &warning, &memory, &options, nullptr), kNull);
+  EXPECT_EQ(reader, Untouched<QiroK7MReader>());
+  EXPECT_EQ(stream.Count(Call::kAny), 0u);
+  ASSERT_EQ(open(&record, &warning, &memory, &options, &reader), 0u) << "its size is not read";
+  for (const Question& question : kQuestions) EXPECT_EQ(question.ask(reader), 0u);
+  QiroK7MCloseReader(reader);
+}
+
 TEST(OpenArguments, EveryStreamCallbackButTwoIsRequired) {
   MemoryStream stream(SessionFile());
   const QiroK7MWarningHandlerCallBacks warning;
@@ -210,7 +230,7 @@ TEST(OpenArguments, TheRecordsAreCopied) {
 TEST(Releases, TakeNull) {
   QiroK7MCloseReader(nullptr);
   QiroK7MReleaseTrackIterator(nullptr);
-  QiroK7MReleaseSampleDescriptorIterator(nullptr);
+  EXPECT_EQ(QiroK7MReleaseSampleDescriptorIterator(nullptr), 0u);
   QiroK7MReleaseSampleIterator(nullptr);
   QiroK7MReleaseSample(nullptr);
   EXPECT_EQ(QiroK7MReleaseTrack(nullptr), 0u);

@@ -16,12 +16,22 @@ namespace {
 constexpr QiroK7MError kClientCode = 0xABCD1234;
 constexpr Call kCallsThatRead[] = {Call::kRead, Call::kSeek, Call::kTell};
 
-QiroK7MError OpenAndClose(MemoryStream& stream, const QiroK7MAllocatorCallBacks& memory) {
+/// Which of the two functions opens a document.
+enum class Opening : uint8_t { kPlain, kWithOptions };
+constexpr Opening kOpenings[] = {Opening::kPlain, Opening::kWithOptions};
+
+QiroK7MError OpenAndClose(MemoryStream& stream, const QiroK7MAllocatorCallBacks& memory,
+                          Opening opening = Opening::kPlain) {
   const QiroK7MIStreamCallBacks record = stream.Reading();
   const QiroK7MWarningHandlerCallBacks warning;
+  const QiroK7MReadOptions options{.size = 8,
+                                   .flags = kQiroK7MReadBaseDataOffsets | kQiroK7MReadStartTimes};
   auto* const untouched = reinterpret_cast<QiroK7MReader*>(&stream);
   QiroK7MReader* reader = untouched;
-  const QiroK7MError result = QiroK7MDocOpenForRead(&record, &warning, &memory, &reader);
+  const QiroK7MError result =
+      opening == Opening::kPlain
+          ? QiroK7MDocOpenForRead(&record, &warning, &memory, &reader)
+          : QiroK7MDocOpenForReadWithOptions(&record, &warning, &memory, &options, &reader);
   if (result != 0) {
     EXPECT_EQ(reader, untouched) << "a failed open wrote the handle";
   } else {
@@ -48,18 +58,20 @@ Bytes LookAheadFile() {
 // -----------------------------------------------------------------------------------------
 
 TEST(FailingCallbacks, OpenForRead_GivesTheClientsCode) {
-  for (const Bytes& file : {SessionFile(), LookAheadFile()}) {
-    for (const Call call : {Call::kOpen, Call::kRead, Call::kSeek, Call::kTell}) {
-      const uint64_t failures = SweepStream(file, call, kClientCode, [&](MemoryStream& stream) {
-        const QiroK7MAllocatorCallBacks memory;
-        const QiroK7MError result = OpenAndClose(stream, memory);
-        // What was opened is closed, once; what could not be opened is not closed.
-        const bool wasOpened = call != Call::kOpen || !stream.FaultHit();
-        EXPECT_EQ(stream.Count(Call::kOpen), 1u);
-        EXPECT_EQ(stream.Count(Call::kClose), wasOpened ? 1u : 0u);
-        return result;
-      });
-      EXPECT_GE(failures, 1u);
+  for (const Opening opening : kOpenings) {
+    for (const Bytes& file : {SessionFile(), LookAheadFile()}) {
+      for (const Call call : {Call::kOpen, Call::kRead, Call::kSeek, Call::kTell}) {
+        const uint64_t failures = SweepStream(file, call, kClientCode, [&](MemoryStream& stream) {
+          const QiroK7MAllocatorCallBacks memory;
+          const QiroK7MError result = OpenAndClose(stream, memory, opening);
+          // What was opened is closed, once; what could not be opened is not closed.
+          const bool wasOpened = call != Call::kOpen || !stream.FaultHit();
+          EXPECT_EQ(stream.Count(Call::kOpen), 1u);
+          EXPECT_EQ(stream.Count(Call::kClose), wasOpened ? 1u : 0u);
+          return result;
+        });
+        EXPECT_GE(failures, 1u);
+      }
     }
   }
 }
@@ -106,8 +118,8 @@ TEST(FailingCallbacks, TypeTest_ReportsAFailingClose) {
   EXPECT_EQ(TypeTest(stream), kClientCode);
 }
 
-TEST(FailingCallbacks, EveryQuestion_GivesTheClientsCodeAndCanBeAskedAgain) {
-  const Bytes file = SessionFile();
+/// Returns how often a question failed.
+uint64_t AskWithFailingCallbacks(const Bytes& file) {
   uint64_t failures = 0;
   for (const Question& question : kQuestions) {
     for (const Call call : kCallsThatRead) {
@@ -120,13 +132,18 @@ TEST(FailingCallbacks, EveryQuestion_GivesTheClientsCodeAndCanBeAskedAgain) {
         EXPECT_EQ(result, wasHit ? kClientCode : 0) << question.name << ", call " << n;
         EXPECT_EQ(question.ask(reader.Handle()), 0u) << question.name << ", again after " << n;
         for (const Question& other : kQuestions) EXPECT_EQ(other.ask(reader.Handle()), 0u);
-        if (!wasHit || HasFailure()) break;
+        if (!wasHit || ::testing::Test::HasFailure()) break;
         ++failures;
       }
-      if (HasFailure()) return;
+      if (::testing::Test::HasFailure()) return failures;
     }
   }
-  EXPECT_GT(failures, 30u);
+  return failures;
+}
+
+TEST(FailingCallbacks, EveryQuestion_GivesTheClientsCodeAndCanBeAskedAgain) {
+  EXPECT_GT(AskWithFailingCallbacks(SessionFile()), 30u);
+  EXPECT_GT(AskWithFailingCallbacks(FragmentedSessionFile()), 500u);
 }
 
 TEST(FailingCallbacks, CopyData_DeliversTheRightBytesAfterAFailure) {
@@ -155,26 +172,30 @@ TEST(FailingCallbacks, AShortReadWhereBytesAreNeededIsItsOwnCode) {
 // --------------------------------------------------------------------------------------------
 
 TEST(FailingMemory, OpenForRead_ThroughTheCallbacks) {
-  for (const Bytes& file : {SessionFile(), LookAheadFile()}) {
-    EXPECT_GT(SweepAllocator([&](const QiroK7MAllocatorCallBacks& memory) {
-                MemoryStream stream(file);
-                const QiroK7MError result = OpenAndClose(stream, memory);
-                EXPECT_FALSE(stream.IsOpen());
-                EXPECT_EQ(stream.Count(Call::kClose), stream.Count(Call::kOpen));
-                return result;
-              }),
-              20u);
+  for (const Opening opening : kOpenings) {
+    for (const Bytes& file : {SessionFile(), LookAheadFile()}) {
+      EXPECT_GT(SweepAllocator([&](const QiroK7MAllocatorCallBacks& memory) {
+                  MemoryStream stream(file);
+                  const QiroK7MError result = OpenAndClose(stream, memory, opening);
+                  EXPECT_FALSE(stream.IsOpen());
+                  EXPECT_EQ(stream.Count(Call::kClose), stream.Count(Call::kOpen));
+                  return result;
+                }),
+                20u);
+    }
   }
 }
 
 TEST(FailingMemory, OpenForRead_ThroughTheGlobalOperators) {
   const Bytes file = SessionFile();
-  EXPECT_GT(SweepHeap([&] {
-              MemoryStream stream(file);
-              const QiroK7MAllocatorCallBacks memory;
-              return OpenAndClose(stream, memory);
-            }),
-            30u);
+  for (const Opening opening : kOpenings) {
+    EXPECT_GT(SweepHeap([&] {
+                MemoryStream stream(file);
+                const QiroK7MAllocatorCallBacks memory;
+                return OpenAndClose(stream, memory, opening);
+              }),
+              30u);
+  }
 }
 
 TEST(FailingMemory, TypeTest_UsesNone) {
@@ -185,8 +206,7 @@ TEST(FailingMemory, TypeTest_UsesNone) {
   EXPECT_EQ(CountHeap().allocations, before.allocations);
 }
 
-TEST(FailingMemory, EveryQuestion_IsAnsweredWith18AndCanBeAskedAgain) {
-  const Bytes file = SessionFile();
+void AskWithFailingHeap(const Bytes& file) {
   for (const Question& question : kQuestions) {
     const uint64_t failures = Sweep([&](uint64_t n) {
       OpenedReader reader(file);
@@ -204,8 +224,13 @@ TEST(FailingMemory, EveryQuestion_IsAnsweredWith18AndCanBeAskedAgain) {
       return wasHit;
     });
     EXPECT_GE(failures, 1u) << question.name;
-    if (HasFailure()) return;
+    if (::testing::Test::HasFailure()) return;
   }
+}
+
+TEST(FailingMemory, EveryQuestion_IsAnsweredWith18AndCanBeAskedAgain) {
+  AskWithFailingHeap(SessionFile());
+  AskWithFailingHeap(FragmentedSessionFile());
 }
 
 TEST(FailingMemory, MetadataQuestions_ThroughTheCallbacks) {
@@ -225,15 +250,22 @@ TEST(FailingMemory, MetadataQuestions_ThroughTheCallbacks) {
   }
 }
 
-TEST(FailingMemory, QuietFunctions_UseNeitherMemoryNorTheStream) {
-  OpenedReader reader(SessionFile());
-  for (const Question& question : kQuietQuestions) {
-    const uint64_t calls = reader.Stream().Count(Call::kAny);
-    const uint64_t allocations = CountHeap().allocations + reader.Memory().Allocations();
-    EXPECT_EQ(question.ask(reader.Handle()), 0u) << question.name;
-    EXPECT_EQ(CountHeap().allocations + reader.Memory().Allocations(), allocations);
-    EXPECT_EQ(reader.Stream().Count(Call::kAny), calls) << question.name;
+TEST(FailingMemory, QuestionsThatParseFragments_ThroughTheCallbacks) {
+  const Bytes file = FragmentedSessionFile();
+  uint64_t failures = 0;
+  for (const Question& question : kQuestions) {
+    for (uint64_t n = 1;; ++n) {
+      OpenedReader reader(file);
+      reader.Memory().FailNth(n);
+      const QiroK7MError result = question.ask(reader.Handle());
+      const bool wasHit = reader.Memory().FaultHit();
+      EXPECT_EQ(result, wasHit ? kQiroK7MErrorOutOfMemory : kQiroK7MErrorNone) << question.name;
+      EXPECT_EQ(question.ask(reader.Handle()), 0u) << question.name << ", again";
+      if (!wasHit || HasFailure()) break;
+      ++failures;
+    }
   }
+  EXPECT_GT(failures, 200u);
 }
 
 struct Thrower {

@@ -84,6 +84,14 @@ TEST(RootBox, ABoxThatReachesPastTheLargestOffsetEndsTheParse) {
   }
 }
 
+TEST(RootBox, ABoxThatReachesPastTheLargestOffsetEndsTheParseOfAStreamThatClaimsToBeLonger) {
+  Document document(Box("free") + LyingLargeBox("mdat", uint64_t{1} << 63, Pattern(10)));
+  document.Opened().Memory().ClaimLength(UINT64_MAX);
+  document.ParseAll();
+  EXPECT_EQ(document.Root().Children().size(), 2U);
+  EXPECT_EQ(document.Warnings(), Codes{});
+}
+
 TEST(RootBox, AnEndThatWrapsEndsTheParse) {
   Document document(Box("free") + LyingLargeBox("mdat", UINT64_MAX, Pattern(10)));
   document.ParseAll();

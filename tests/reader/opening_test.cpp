@@ -83,6 +83,31 @@ uint64_t EndOfReading(OpenedReader& reader) {
   return end;
 }
 
+/// The callbacks of a stream whose `open` leaves the position somewhere in the middle.
+QiroK7MIStreamCallBacks OpeningInTheMiddle(MemoryStream& stream) {
+  static QiroK7MIStreamCallBacks original;
+  original = stream.Reading();
+  QiroK7MIStreamCallBacks record = original;
+  record.open = [](void* clientData) {
+    const QiroK7MError error = original.open(clientData);
+    return error != 0 ? error : original.seek(clientData, 12, kQiroK7MSeekFromStart);
+  };
+  return record;
+}
+
+TEST(FirstByte, IsWhereReadingStartsWhereverOpenLeavesThePosition) {
+  MemoryStream stream(BuildMovie(OneTrack()).bytes);
+  const QiroK7MIStreamCallBacks record = OpeningInTheMiddle(stream);
+  const QiroK7MWarningHandlerCallBacks warning;
+  const QiroK7MAllocatorCallBacks memory;
+  uint32_t isK7M = 77;
+  EXPECT_EQ(QiroK7MDocIsK7M(&record, &memory, &isK7M), 0u);
+  EXPECT_EQ(isK7M, 1u);
+  QiroK7MReader* reader = nullptr;
+  EXPECT_EQ(QiroK7MDocOpenForRead(&record, &warning, &memory, &reader), 0u);
+  QiroK7MCloseReader(reader);
+}
+
 TEST(LazyParsing, OpeningStopsAtTheFirstMediaBox) {
   Movie movie = OneTrack();
   movie.atEnd = LyingBox("free", 3);  // Would be refused.

@@ -180,6 +180,14 @@ TEST(Ranges, ATrackOfDuration0HasNoSamplesInAnyQuery) {
   EXPECT_EQ(MediaSamples(OpenedReader(BuildMovie(movie).bytes)).size(), 3u);
 }
 
+TEST(Ranges, WithoutAnEditListTheDurationCountsAsItIsStored) {
+  // 2.5 s in a track that counts seconds. Sent through its scale they would become 2 s, which would
+  // end the edit before the range.
+  const Movie movie = MovieOf({.timeScale = 1, .samples = SomeSamples(4, 1), .duration = 2500});
+  EXPECT_EQ(TimesBetween(movie, 0, 2300), (Times{0, 1, 2}));
+  EXPECT_EQ(InfoOf(OpenedReader(BuildMovie(movie).bytes).TrackAt(0)).duration, 2u);
+}
+
 TEST(Ranges, BehindTheLastSampleOfARunTheLastSampleIsDelivered) {
   Movie movie = MovieOf({.samples = SomeSamples(4, 10)});
   movie.tracks[0].samples[1].delta = 100;  // 0, 10, 110, 120

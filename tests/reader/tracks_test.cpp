@@ -179,7 +179,33 @@ TEST(SampleCount, IsThatOfTheSizeTable) {
   OpenedReader reader(BuildMovie(MovieOf(track)).bytes);
   uint32_t count = 0;
   EXPECT_EQ(QiroK7MTrackGetSampleCount(reader.TrackAt(0), &count), 0u);
+  const uint64_t calls = reader.Stream().Count(Call::kAny);
+  EXPECT_EQ(QiroK7MTrackGetSampleCount(reader.TrackAt(0), &count), 0u);
   EXPECT_EQ(count, 1000u);
+  EXPECT_EQ(reader.Stream().Count(Call::kAny), calls) << "a plain document is not parsed on";
+}
+
+TEST(SampleCount, OfAFragmentedDocumentIsThatOfTheTableAndOfAllFragments) {
+  const auto run = [](size_t samples) {
+    return FullBox("trun", 0, 0x100, Trun{.samples = {samples, {.duration = 10}}});
+  };
+  const auto traf = [](uint32_t trackId, const Bytes& runs) {
+    return Box("traf", FullBox("tfhd", 0, 0, Tfhd{.trackId = trackId}) + runs);
+  };
+  const Bytes header = FullBox("mfhd", 0, 0, Mfhd{});
+  Movie movie = MovieOf({.samples = SomeSamples(4)});
+  movie.tracks.push_back({.handler = "soun", .samples = SomeSamples(1)});
+  movie.moreInMoov = Box("mvex", FullBox("trex", 0, 0, Trex{.trackId = 1}) +
+                                     FullBox("trex", 0, 0, Trex{.trackId = 2}));
+  movie.atEnd = Box("moof", header + traf(1, run(2) + run(3)) + traf(2, run(7))) +
+                Box("moof", header + traf(2, run(1))) +
+                Box("moof", header + traf(1, run(5)) + traf(1, run(6)));
+  OpenedReader reader(BuildMovie(movie).bytes);
+  uint32_t count = 0;
+  EXPECT_EQ(QiroK7MTrackGetSampleCount(reader.TrackAt(0), &count), 0u);
+  EXPECT_EQ(count, 4u + 2 + 3 + 5 + 6);
+  EXPECT_EQ(QiroK7MTrackGetSampleCount(reader.TrackAt(1), &count), 0u);
+  EXPECT_EQ(count, 1u + 7 + 1);
 }
 
 TEST(Edits, AreShownAsTheyStandInTheFile) {
