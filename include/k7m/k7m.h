@@ -4,7 +4,8 @@
 ///
 /// Conventions:
 /// 1. Results. A function returns a #QiroK7MError, 0 for success; functions without a result return
-///    nothing. An output argument is written only on success. No exception leaves the library.
+///    nothing. An output argument is written only on success, but for
+///    QiroK7RQueryServicerGetFragment(), which clears them first. No exception leaves the library.
 /// 2. Null pointers. Required pointers are checked in the order of the arguments; the first null
 /// one
 ///    gives #kQiroK7MErrorInvalidArgument and nothing else happens.

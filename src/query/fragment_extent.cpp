@@ -16,7 +16,7 @@ class BoxSteps {
  public:
   /// Error 5 when the stream ends before the first box.
   BoxSteps(QiroK7MStream* stream, uint64_t begin) : stream_(stream), position_(begin) {
-    ThrowIf(begin >= kMaxStreamOffset || !stream->Reaches(begin + 1), kQiroK7MErrorReadFailed);
+    ThrowIf(!stream->Reaches(begin + 1), kQiroK7MErrorReadFailed);
     box_ = ReadBoxExtent(*stream_, position_);
   }
 
