@@ -21,6 +21,8 @@ void AddTreeCommand(CLI::App& program, Action& chosen);
 void AddSamplesCommand(CLI::App& program, Action& chosen);
 void AddExtractCommand(CLI::App& program, Action& chosen);
 void AddRemuxCommand(CLI::App& program, Action& chosen);
+void AddIndexCommand(CLI::App& program, Action& chosen);
+void AddQueryCommand(CLI::App& program, Action& chosen);
 
 /// Adds a command whose options are kept in an `Options` record, and has `run` chosen when the user
 /// names it.

@@ -27,6 +27,8 @@ Action ChooseAction(int argumentCount, char** arguments) {
   AddSamplesCommand(program, chosen);
   AddExtractCommand(program, chosen);
   AddRemuxCommand(program, chosen);
+  AddIndexCommand(program, chosen);
+  AddQueryCommand(program, chosen);
   try {
     program.parse(argumentCount, arguments);
   } catch (const CLI::ParseError& end) {

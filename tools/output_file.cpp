@@ -19,7 +19,8 @@ void RefuseSameFile(const FileStream& input, const struct stat& status, const st
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& path, const FileStream& input)
+OutputFile::OutputFile(const std::string& path, const FileStream& input,
+                       ReplacementFile::Target rule)
     : name_(path == "-" ? "standard output" : path) {
   struct stat status {};
   const bool isStandardOutput = path == "-";
@@ -31,7 +32,7 @@ OutputFile::OutputFile(const std::string& path, const FileStream& input)
     if (device_ < 0) throw SystemFailure(name_, errno);
     descriptor = device_;
   } else if (!isStandardOutput) {
-    replacement_.emplace(path, ReplacementFile::Target::kMayBeReplaced);
+    replacement_.emplace(path, rule);
     descriptor = replacement_->Descriptor();
   }
   output_ = std::make_unique<Output>(descriptor, name_);

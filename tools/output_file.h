@@ -21,8 +21,9 @@ class FileStream;
 /// There is at most one object of this class at a time.
 class OutputFile {
  public:
-  /// Refuses a path that names the file that `input` reads.
-  OutputFile(const std::string& path, const FileStream& input);
+  /// Refuses a path that names the file that `input` reads, and one that the rule forbids.
+  OutputFile(const std::string& path, const FileStream& input,
+             ReplacementFile::Target rule = ReplacementFile::Target::kMayBeReplaced);
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;

@@ -4,7 +4,8 @@
 ///
 /// Conventions:
 /// 1. Results. A function returns a #QiroK7MError, 0 for success; functions without a result return
-///    nothing. An output argument is written only on success. No exception leaves the library.
+///    nothing. An output argument is written only on success, but for
+///    QiroK7RQueryServicerGetFragment(), which clears them first. No exception leaves the library.
 /// 2. Null pointers. Required pointers are checked before anything else; a null one gives
 ///    #kQiroK7MErrorInvalidArgument and nothing else happens.
 /// 3. Handles are pointers to opaque types. Iterators and samples belong to the caller and are
@@ -21,8 +22,7 @@
 ///    file, prints nothing, and keeps no global state.
 /// 9. Threads. The library starts none and takes no locks. A reader and everything obtained from it
 ///    may be used by one thread at a time; different readers are independent.
-/// 10. Not supported: the hint tracks, random access boxes and fragment queries of streaming
-/// servers, and
+/// 10. Not supported: writing the hint tracks and random access boxes of streaming servers, and
 ///     appending to a document.
 #ifndef K7M_K7M_H
 #define K7M_K7M_H
@@ -31,6 +31,7 @@
 #include "k7m/errors.h"
 #include "k7m/export.h"
 #include "k7m/extensions.h"
+#include "k7m/query.h"
 #include "k7m/reader.h"
 #include "k7m/sample.h"
 #include "k7m/stream.h"

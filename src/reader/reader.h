@@ -3,6 +3,7 @@
 #include <memory>
 #include <span>
 
+#include "base/opened_stream.h"
 #include "base/time.h"
 #include "boxes/sample.h"
 #include "boxes/track.h"
@@ -10,23 +11,6 @@
 #include "reader/sample_iterator.h"
 
 namespace qiro::k7m::impl {
-
-/// A stream that is closed, without throwing, when it goes.
-class OpenedStream {
- public:
-  /// Opens the stream and takes it over. One that cannot be opened is not closed.
-  explicit OpenedStream(std::unique_ptr<QiroK7MStream> stream) : stream_(std::move(stream)) {
-    stream_->Open();
-  }
-  OpenedStream(const OpenedStream&) = delete;
-  OpenedStream& operator=(const OpenedStream&) = delete;
-  ~OpenedStream() { stream_->CloseNoThrow(); }
-
-  QiroK7MStream* Get() const { return stream_.get(); }
-
- private:
-  std::unique_ptr<QiroK7MStream> stream_;
-};
 
 /// A document open for reading: its stream, box tree, tracks and sample data.
 class Reader final : public K7MBase {

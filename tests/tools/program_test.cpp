@@ -134,7 +134,8 @@ TEST(Program, HelpNamesEveryCommandAndAnExample) {
   const RunResult result = RunK7m({"--help"});
   EXPECT_EQ(result.exitCode, 0);
   EXPECT_EQ(result.err, "");
-  for (const char* word : {"info", "tree", "samples", "extract", "Example:\n  k7m info clip.mp4"}) {
+  for (const char* word :
+       {"info", "tree", "samples", "extract", "index", "query", "Example:\n  k7m info clip.mp4"}) {
     EXPECT_NE(result.out.find(word), std::string::npos) << word << "\n" << result;
   }
 }
