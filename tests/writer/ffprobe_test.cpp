@@ -114,7 +114,8 @@ TEST(Ffprobe, AppliesTheEditListOfATrackWithoutGaps) {
                                        writer.AddTrack({.timeScale = 90000, .gapCount = 0})};
   for (QiroK7MTrack* track : tracks) {
     writer.Describe(track, "abcd");  // No coding whose packets would be looked into.
-    for (const uint64_t time : {0, 40, 80, 500}) writer.Add(track, time, kKey);
+    for (const uint64_t time : {uint64_t{0}, uint64_t{40}, uint64_t{80}, uint64_t{500}})
+      writer.Add(track, time, kKey);
   }
   const auto found = Probe(writer.Finish(), "", 2);
   for (const auto& packets : found) {
@@ -131,7 +132,8 @@ TEST(Ffprobe, ALateTrackStartsAtItsTime) {
   OpenedWriter writer;
   QiroK7MTrack* track = writer.AddTrack({.gapCount = 1});
   writer.Describe(track, "abcd");
-  for (const uint64_t time : {500, 540, 580}) writer.Add(track, time, kKey);
+  for (const uint64_t time : {uint64_t{500}, uint64_t{540}, uint64_t{580}})
+    writer.Add(track, time, kKey);
   EXPECT_EQ(LastTimes(Probe(writer.Finish(), "", 1)[0], 3), (std::vector<int64_t>{500, 540, 580}));
 }
 

@@ -21,7 +21,7 @@ TEST(Flush, WithoutMediaChangesNothingInTheFile) {
 TEST(Flush, ASecondOneWithNothingInBetweenChangesNothing) {
   OpenedWriter writer;
   QiroK7MTrack* track = writer.AddDescribedTrack({.trackFlags = 1});
-  for (const uint64_t time : {0, 10, 25}) {
+  for (const uint64_t time : {uint64_t{0}, uint64_t{10}, uint64_t{25}}) {
     writer.Add(track, {.time = time, .flags = kKey | 0x1200, .compositionOffset = 4});
     writer.Flush();
     const Bytes once = writer.File();
@@ -116,7 +116,7 @@ TEST(Flush, AtAnyMomentLeavesAFileWithAllSamplesSoFar) {
     ASSERT_EQ(reader.Result(), 0u);
     EXPECT_TRUE(reader.Warnings().Seen().empty());
     std::vector<Bytes> expected;
-    for (const size_t track : {0, 1}) {
+    for (const size_t track : {size_t{0}, size_t{1}}) {
       for (size_t i = 0; i < count; ++i) {
         if (i % 7 != 5 && i / 2 % 2 == track) {
           expected.push_back(Pattern(1 + i % 5, static_cast<uint32_t>(i)));

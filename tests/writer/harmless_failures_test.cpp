@@ -96,7 +96,7 @@ TEST(HarmlessFailures, ASampleThatFailedCanBeAddedAgain) {
 
 TEST(HarmlessFailures, AFlushThatFailedCanBeMadeAgain) {
   const Bytes expected = Unharmed();
-  for (const size_t count : {1, 2, 3, 7, 12}) {
+  for (const size_t count : {size_t{1}, size_t{2}, size_t{3}, size_t{7}, size_t{12}}) {
     SweepWrites(
         count, count, [](Session& session) { return QiroK7MWriterFlush(session.writer.Handle()); },
         expected);

@@ -54,7 +54,7 @@ void WriteAll(MemoryStream& stream, const QiroK7MAllocatorCallBacks& memory) {
   QiroK7MWriter* writer = nullptr;
   ASSERT_EQ(QiroK7MDocCreateNew(&callBacks, &docInfo, &memory, &writer), 0u);
   QiroK7MTrack* tracks[2] = {};
-  for (const size_t i : {0, 1}) {
+  for (const size_t i : {size_t{0}, size_t{1}}) {
     const NewTrack setup{
         .mediaType = "text", .maxSampleCount = i == 0 ? kSmallCount : kLargeCount, .trackFlags = 1};
     const QiroK7MTrackInfo info = setup.Info();
