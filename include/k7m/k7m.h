@@ -24,9 +24,7 @@
 ///    file, prints nothing, and keeps no global state.
 /// 9. Threads. The library starts none and takes no locks. A reader and everything obtained from it
 ///    may be used by one thread at a time; different readers are independent.
-/// 10. Not supported: the hint tracks, random access boxes and fragment queries of streaming
-/// servers, and
-///     appending to a document.
+/// 10. Not supported: fragment queries.
 #ifndef K7M_K7M_H
 #define K7M_K7M_H
 
@@ -34,6 +32,7 @@
 #include "k7m/errors.h"
 #include "k7m/export.h"
 #include "k7m/extensions.h"
+#include "k7m/k7r.h"
 #include "k7m/reader.h"
 #include "k7m/sample.h"
 #include "k7m/stream.h"

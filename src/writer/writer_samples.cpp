@@ -32,11 +32,19 @@ void ConvertToTrackScale(QiroK7MSampleInfo& info, uint32_t timeScale) {
 }  // namespace
 
 void Writer::AddSample(uint32_t trackId, Sample& sample, QiroK7MDataBuffer* data) {
+  AddSampleFrom(Time(0, 1), trackId, sample, data);
+}
+
+void Writer::AddSampleFrom(const Time& origin, uint32_t trackId, Sample& sample,
+                           QiroK7MDataBuffer* data) {
   TrackTimeline& timeline = TimelineOf(trackId);
-  ConvertToTrackScale(sample.MutableInfo(), tracks_[trackId - 1]->GetTimeScale());
-  const uint64_t decodeTime = sample.GetInfo().timeStamp;
+  const uint32_t timeScale = tracks_[trackId - 1]->GetTimeScale();
+  const uint64_t start = origin.GetValueInTimeScaleUnits(timeScale);
+  ConvertToTrackScale(sample.MutableInfo(), timeScale);
   ThrowIf(!timeline.hasDescription, kQiroK7MErrorNoSampleDescriptionChosen);
   ThrowIf(!samplesAllowed_, kQiroK7MErrorSampleOutsideFragment);
+  ThrowIf(sample.GetInfo().timeStamp < start, kQiroK7MErrorDecodeTimeBackwards);
+  const uint64_t decodeTime = sample.GetInfo().timeStamp - start;
   timeline.CheckDecodeTime(decodeTime);
   if (!timeline.firstSampleSeen) {
     timeline.StartAt(decodeTime, sample.IsGap());
@@ -48,7 +56,9 @@ void Writer::AddSample(uint32_t trackId, Sample& sample, QiroK7MDataBuffer* data
   }
   sample.MutableInfo().timeStamp = timeline.AddMedia(decodeTime);
   OpenMdat();
-  mdat_->AddSampleData(sample, data);
+  if (data != nullptr) {
+    mdat_->AddSampleData(sample, data);
+  }
   if (IsFragmented()) {
     AddToFragment(trackId, sample, decodeTime);
   } else {

@@ -106,6 +106,11 @@ TrackTimeline& Writer::TimelineOf(uint32_t trackId) {
   return timelines_[trackId - 1];
 }
 
+const Track& Writer::TrackOf(uint32_t trackId) {
+  TimelineOf(trackId);
+  return *tracks_[trackId - 1];
+}
+
 SampleDescriptor* Writer::AddSampleDescriptor(uint32_t trackId,
                                               std::unique_ptr<SampleDescriptor> descriptor) {
   TimelineOf(trackId);
@@ -170,6 +175,10 @@ void Writer::AddFullBox(uint32_t type, uint8_t version, uint32_t flags,
   box->SetBeginOffset(writeOffset_);
   box->WriteBox();
   writeOffset_ += box->GetTotalSize();
+  if (unreservedEnd_ > writeOffset_) {
+    // Its last bytes would be taken for the begin of a box.
+    stream_.Get()->Truncate(writeOffset_);
+  }
 }
 
 QiroK7MDocInfo Writer::GetDocInfo() const { return docInfo_; }
