@@ -25,6 +25,19 @@ QiroK7MError QiroK7RDocCreateNew(const QiroK7MIOStreamCallBacks* callBacks,
   });
 }
 
+QiroK7MError QiroK7RDocOpenForAppend(const QiroK7MIOStreamCallBacks* callBacks,
+                                     const void* reserved,
+                                     const QiroK7MAllocatorCallBacks* allocator, uint64_t keepLimit,
+                                     uint64_t* lastFragment, QiroK7RWriter** out) {
+  return ApiCall([&] {
+    Require(callBacks, reserved, allocator, lastFragment, out);
+    auto stream = std::make_unique<impl::QiroK7MIOStream>(*callBacks);
+    uint64_t last = 0;
+    *out = AsHandle(new (allocator) impl::K7RWriter(std::move(stream), keepLimit, last, allocator));
+    *lastFragment = last;
+  });
+}
+
 QiroK7MError QiroK7RWriterGetK7MWriterRef(QiroK7RWriter* writer, QiroK7MWriter** out) {
   return ApiCall([&] {
     Require(out);

@@ -18,6 +18,9 @@ class K7RWriter final : public Writer {
   /// The document is fragmented whatever `info` says.
   K7RWriter(std::unique_ptr<QiroK7MStream> stream, const QiroK7MDocInfo& info,
             const QiroK7MAllocatorCallBacks* allocator);
+  /// Opens an existing file to continue it; see Writer. Its hint track tells the time origin.
+  K7RWriter(std::unique_ptr<QiroK7MStream> stream, uint64_t keepLimit, uint64_t& lastFragment,
+            const QiroK7MAllocatorCallBacks* allocator);
   /// Writes what a good writer still holds; nobody is told when that fails.
   ~K7RWriter() override;
 
@@ -75,6 +78,7 @@ class K7RWriter final : public Writer {
 
   bool HasHintReference(uint32_t hintTrackId, uint32_t mediaTrackId);
   void SetUpFragments();
+  void AdoptHintTrack();
   void WriteAbst();
   /// What a fragment that received nothing leaves behind.
   void WriteEmptyAfra();

@@ -49,6 +49,8 @@ class WriterStream {
   std::unique_ptr<QiroK7MStream> stream_;
 };
 
+struct ResumePoint;
+
 enum class WriterState : uint32_t { kBad = 0, kGood = 1, kClosed = 2 };
 
 /// Builds a document on a stream. The movie box is written in front of the media, in a plain
@@ -58,6 +60,11 @@ class Writer : public K7MBase {
  public:
   /// Opens the stream and writes the first boxes.
   Writer(std::unique_ptr<QiroK7MStream> stream, const QiroK7MDocInfo& info,
+         const QiroK7MAllocatorCallBacks* allocator);
+  /// Opens a stream that holds a K7R file and keeps its complete fragments up to the last one whose
+  /// 'afra' does not begin behind `keepLimit`; that begins at `lastFragment`, 0 when there is none.
+  /// The rest is cut off. Errors 6, 2048, 2050, 2051 for what the file lacks.
+  Writer(std::unique_ptr<QiroK7MStream> stream, uint64_t keepLimit, uint64_t& lastFragment,
          const QiroK7MAllocatorCallBacks* allocator);
   ~Writer() override;
 
@@ -97,6 +104,7 @@ class Writer : public K7MBase {
   void CloseMovieBox();
   bool HasOpenMdat() const { return mdat_ != nullptr; }
   const Track& TrackOf(uint32_t trackId);
+  const K7MVector<std::unique_ptr<Track>>& Tracks() const { return tracks_; }
 
   bool samplesAllowed_ = true;
   bool moofBeforeMdat_ = false;  ///< Media bytes are buffered until their fragment is written.
@@ -113,6 +121,11 @@ class Writer : public K7MBase {
   static constexpr uint32_t kUnfragmented = 1;
 
   void WriteFirstBoxes();
+  /// The movie box of an existing file becomes the writer's.
+  void AdoptMovie();
+  void ResumeTimelines(const ResumePoint& point);
+  void CutBehind(const ResumePoint& point);
+  void RewriteReadMoov();
   TrackTimeline& TimelineOf(uint32_t trackId);
   TrakBox* TrakOf(uint32_t trackId) const { return moov_->GetTracks()[trackId - 1]; }
   bool IsFragmented() const { return mode_ == kFragmented; }
@@ -123,6 +136,8 @@ class Writer : public K7MBase {
   void WriteMfra();
   void Finalise();
   void UpdateElstEntries();
+  /// In memory.
+  void SetDurations();
   void UpdateDurations();
   void RewriteMoov();
 

@@ -85,7 +85,7 @@ void Writer::UpdateElstEntries() {
   }
 }
 
-void Writer::UpdateDurations() {
+void Writer::SetDurations() {
   uint64_t movieDuration = 0;
   for (size_t i = 0; i < timelines_.size(); ++i) {
     const TrakBox* trak = moov_->GetTracks()[i];
@@ -98,12 +98,20 @@ void Writer::UpdateDurations() {
   if (mvex_ != nullptr) {
     mvex_->SetDuration(movieDuration);
   }
+}
+
+void Writer::UpdateDurations() {
+  SetDurations();
   RewriteMoov();
 }
 
 void Writer::RewriteMoov() {
-  // Ends every open chunk; what lies in the tables already stays as it is.
-  moov_->UpdateBox();
+  if (appendMode_) {
+    RewriteReadMoov();
+  } else {
+    // Ends every open chunk; what lies in the tables already stays as it is.
+    moov_->UpdateBox();
+  }
 }
 
 void Writer::FlushWriter() {

@@ -117,7 +117,7 @@ SampleDescriptor* Writer::AddSampleDescriptor(uint32_t trackId,
   StsdBox* stsd = TrakOf(trackId)->GetStsdBox();
   SampleDescriptor* added = stsd->AddSampleDescriptor(std::move(descriptor));
   SetSampleDescriptor(trackId, added->GetSDID());
-  stsd->WriteBox();
+  stsd->WriteLastEntry();
   RewriteMoov();
   return added;
 }

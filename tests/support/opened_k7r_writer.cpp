@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "box_builder.h"
+#include "opened_reader.h"
 
 namespace k7mtest {
 
@@ -16,6 +17,40 @@ OpenedK7RWriter::OpenedK7RWriter(const QiroK7MDocInfo& info)
         EXPECT_EQ(QiroK7RWriterGetK7MWriterRef(created, writer), 0u);
         return result;
       }) {}
+
+OpenedK7RWriter::OpenedK7RWriter(const Bytes& file, uint64_t keepLimit)
+    : OpenedK7RWriter(file, keepLimit, std::make_unique<uint64_t>(kNotTold)) {}
+
+OpenedK7RWriter::OpenedK7RWriter(const Bytes& file, uint64_t keepLimit,
+                                 std::unique_ptr<uint64_t> lastFragment)
+    : OpenedWriter(file,
+                   [&](const QiroK7MIOStreamCallBacks& stream,
+                       const QiroK7MAllocatorCallBacks& memory, QiroK7MWriter** writer) {
+                     const int reserved = 0;
+                     QiroK7RWriter* opened = nullptr;
+                     const QiroK7MError result = QiroK7RDocOpenForAppend(
+                         &stream, &reserved, &memory, keepLimit, lastFragment.get(), &opened);
+                     EXPECT_EQ(QiroK7RWriterGetK7MWriterRef(opened, writer), 0u);
+                     EXPECT_EQ(*lastFragment == kNotTold, result != 0);
+                     return result;
+                   }),
+      lastFragment_(*lastFragment) {}
+
+std::vector<QiroK7MTrack*> OpenedK7RWriter::DescribedTracks() {
+  std::vector<QiroK7MTrack*> tracks;
+  QiroK7MTrackIterator* iterator = nullptr;
+  EXPECT_EQ(QiroK7MWriterGetTracks(Handle(), &iterator), 0u);
+  for (QiroK7MTrack* track = nullptr;
+       QiroK7MTrackIteratorGetNextEntry(iterator, &track) == 0 && track != nullptr;) {
+    tracks.push_back(track);
+    const auto descriptors = DescriptorsOf(track);
+    if (!descriptors.empty()) {
+      EXPECT_EQ(QiroK7MWriterSetSampleDescriptor(Handle(), track, descriptors[0]), 0u);
+    }
+  }
+  QiroK7MReleaseTrackIterator(iterator);
+  return tracks;
+}
 
 OpenedK7RWriter::~OpenedK7RWriter() {
   Destroy();

@@ -26,9 +26,15 @@ class OpenedK7RWriter : public OpenedWriter {
   explicit OpenedK7RWriter(uint32_t movieTimeScale = 1000)
       : OpenedK7RWriter(DocInfoOf(movieTimeScale)) {}
   explicit OpenedK7RWriter(const QiroK7MDocInfo& info);
+  /// Opens a file to continue it.
+  explicit OpenedK7RWriter(const Bytes& file, uint64_t keepLimit = ~uint64_t{0});
   ~OpenedK7RWriter();
 
   QiroK7RWriter* K7R() const { return reinterpret_cast<QiroK7RWriter*>(Handle()); }
+  /// What opening to continue told.
+  uint64_t LastFragment() const { return lastFragment_; }
+  /// The tracks of a file that is continued, each with its first description chosen.
+  std::vector<QiroK7MTrack*> DescribedTracks();
 
   // These fail the test when the library does.
   QiroK7MTrack* AddHintTrack(const std::vector<QiroK7MTrack*>& served, uint32_t timeScale = 1000);
@@ -60,13 +66,14 @@ class OpenedK7RWriter : public OpenedWriter {
   int Releases(size_t index) const { return buffers_.at(index)->Releases(); }
   size_t BufferCount() const { return buffers_.size(); }
 
- protected:
-  OpenedK7RWriter(const Bytes& content, const Creator& create) : OpenedWriter(content, create) {}
-
  private:
+  static constexpr uint64_t kNotTold = 0xEEEEEEEEEEEEEEEE;
+
+  OpenedK7RWriter(const Bytes& file, uint64_t keepLimit, std::unique_ptr<uint64_t> lastFragment);
   QiroK7MDataBuffer* Keep(const Bytes& data);
   QiroK7MError Judge(QiroK7MError result) const;
 
+  uint64_t lastFragment_ = kNotTold;
   std::vector<std::unique_ptr<CountedBuffer>> buffers_;
 };
 
