@@ -1,5 +1,6 @@
 #include "boxes/afra_box.h"
 
+#include <array>
 #include <vector>
 
 #include "base/big_endian.h"
@@ -36,6 +37,21 @@ void AfraBox::IncrementSamplesOffset(uint64_t delta) {
   for (AfraEntry& entry : entries_) {
     entry.offset += delta;
   }
+}
+
+void AfraBox::WriteBox() {
+  WriteExtensionBox();
+  WriteBoxHeader();
+}
+
+void AfraBox::WriteBoxHeader() {
+  ThrowIf(GetTotalSize() > 0xFFFFFFFF, kQiroK7MErrorStdException);
+  std::array<uint8_t, kMinHeaderSize + kVersionAndFlagsSize> bytes;
+  StoreBigEndian(bytes.data(), static_cast<uint32_t>(GetTotalSize()));
+  StoreBigEndian(bytes.data() + 4, GetBoxType());
+  StoreBigEndian(bytes.data() + 8, uint32_t{GetVersion()} << 24 | GetFlags());
+  SeekTo(GetBeginOffset());
+  Stream().WriteBYTES(bytes.data(), bytes.size());
 }
 
 void AfraBox::WriteExtensionBox() {

@@ -22,6 +22,10 @@ class AfraBox final : public FullBox {
   void AddEntry(uint64_t time, uint64_t offset);
   /// Adds to the offset of every entry.
   void IncrementSamplesOffset(uint64_t delta);
+  /// The header in one piece behind everything else: whoever finds it finds the entries too, also
+  /// when writing was interrupted.
+  void WriteBox() override;
+  void WriteBoxHeader() override;
   void WriteExtensionBox() override;
   /// Rewrites the number of entries and the entries.
   void UpdateExtensionBox() override;
