@@ -137,8 +137,16 @@ uint64_t K7RWriter::StartK7RFragment() {
   return writeOffset_;
 }
 
+void K7RWriter::CutLostFragment() {
+  if (hasLostFragment_) {
+    Stream()->Truncate(writeOffset_);
+    hasLostFragment_ = false;
+  }
+}
+
 void K7RWriter::FlushWriter() {
   samplesAllowed_ = false;
+  CutLostFragment();
   if (afra_ == nullptr || !HasOpenMdat()) {
     ThrowIf(abst_.IsPending(), kQiroK7MErrorFragmentWriterFlush);
     Writer::FlushWriter();
@@ -149,6 +157,7 @@ void K7RWriter::FlushWriter() {
   const QiroK7MError failure = GuardedCall([this] { WriteWithAfra(); });
   if (failure != kQiroK7MErrorNone) {
     writeOffset_ = begin;
+    hasLostFragment_ = true;
   }
   // Media that is still there is written by the next flush, with what belongs to it.
   if (!HasOpenMdat()) {

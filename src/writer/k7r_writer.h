@@ -79,6 +79,8 @@ class K7RWriter final : public Writer {
   bool HasHintReference(uint32_t hintTrackId, uint32_t mediaTrackId);
   void SetUpFragments();
   void AdoptHintTrack();
+  /// What was written of a fragment that failed must not show behind a shorter one.
+  void CutLostFragment();
   void WriteAbst();
   /// What a fragment that received nothing leaves behind.
   void WriteEmptyAfra();
@@ -87,6 +89,7 @@ class K7RWriter final : public Writer {
   std::unique_ptr<AfraBox> afra_;
   PendingAbst abst_;
   bool hintTrackAdded_ = false;
+  bool hasLostFragment_ = false;
   uint32_t afraTimeScale_ = 0;
   std::optional<Time> timeOrigin_;
 };
