@@ -10,8 +10,9 @@
    caller's and must outlive the reader. */
 QiroK7MIStreamCallBacks StdioInput(FILE* file);
 
-/* A stream to write a document to. The file must be empty and open for reading and writing ("w+b");
-   it stays the caller's and must outlive the writer. */
+/* A stream to write a document to, or to continue one. The file must be open for reading and
+   writing, and empty for a new document ("w+b"); it stays the caller's and must outlive the writer.
+   */
 QiroK7MIOStreamCallBacks StdioOutput(FILE* file);
 
 #endif

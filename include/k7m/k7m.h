@@ -22,8 +22,6 @@
 ///    file, prints nothing, and keeps no global state.
 /// 9. Threads. The library starts none and takes no locks. A reader and everything obtained from it
 ///    may be used by one thread at a time; different readers are independent.
-/// 10. Not supported: writing the hint tracks and random access boxes of streaming servers, and
-///     appending to a document.
 #ifndef K7M_K7M_H
 #define K7M_K7M_H
 
@@ -31,6 +29,7 @@
 #include "k7m/errors.h"
 #include "k7m/export.h"
 #include "k7m/extensions.h"
+#include "k7m/k7r.h"
 #include "k7m/query.h"
 #include "k7m/reader.h"
 #include "k7m/sample.h"

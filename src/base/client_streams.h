@@ -65,6 +65,8 @@ class ClientStream : public QiroK7MStream {
  protected:
   static void Check(QiroK7MError result) { ThrowIf(result != kQiroK7MErrorNone, result); }
   const CallBacks& GetCallBacks() const { return callBacks_; }
+  /// The length must be measured again.
+  void ForgetLength() { cachedLength_ = 0; }
 
  private:
   CallBacks callBacks_;
@@ -101,6 +103,7 @@ class QiroK7MIOStream final : public ClientStream<QiroK7MIOStreamCallBacks> {
     return written;
   }
   void Truncate(uint64_t length) override {
+    ForgetLength();
     Check(GetCallBacks().truncate(GetCallBacks().clientData, length));
   }
 };

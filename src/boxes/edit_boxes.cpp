@@ -94,8 +94,10 @@ void ElstBox::WriteExtensionBox() {
   std::array<uint8_t, kEntriesPerWrite * kPayloadSizeV1> bytes;
   SeekTo(GetBeginOffset() + GetBoxHeader().GetHeaderSize() + kVersionAndFlagsSize);
   Stream().WriteDWORD(static_cast<uint32_t>(entries_.size()));
-  for (uint64_t i = 0; i < capacity_;) {
-    const uint64_t end = std::min<uint64_t>(i + kEntriesPerWrite, capacity_);
+  // Entries may have been read from a box whose room is no whole number of them.
+  const uint64_t count = std::max<uint64_t>(capacity_, entries_.size());
+  for (uint64_t i = 0; i < count;) {
+    const uint64_t end = std::min<uint64_t>(i + kEntriesPerWrite, count);
     uint8_t* next = bytes.data();
     for (; i < end; ++i, next += EntrySize()) {
       if (i < entries_.size()) {

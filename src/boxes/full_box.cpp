@@ -1,5 +1,7 @@
 #include "boxes/full_box.h"
 
+#include <algorithm>
+
 namespace qiro::k7m::impl {
 
 FullBox::FullBox(QiroK7MStream* stream, const BoxHeader& header,
@@ -24,6 +26,15 @@ void FullBox::ReadCommonPayloadData() {
   const uint32_t word = Stream().ReadDWORD();
   version_ = static_cast<uint8_t>(word >> 24);
   flags_ = word & 0xFFFFFF;
+}
+
+void FullBox::UpdateVersioned(uint64_t offset, uint64_t value) {
+  SeekTo(GetBeginOffset() + GetBoxHeader().GetHeaderSize() + kVersionAndFlagsSize + offset);
+  if (version_ != 0) {
+    Stream().WriteDDWORD(value);
+  } else {
+    Stream().WriteDWORD(static_cast<uint32_t>(std::min<uint64_t>(value, 0xFFFFFFFF)));
+  }
 }
 
 void FullBox::AccountForPayload() { Grow(kVersionAndFlagsSize); }

@@ -22,6 +22,11 @@ class FullBox : public Box {
   uint8_t GetVersion() const { return version_; }
   uint32_t GetFlags() const { return flags_; }
 
+ protected:
+  /// Writes a number `offset` bytes behind version and flags: 64 bits wide unless the version is 0,
+  /// then 32, and one that does not fit as the largest that does.
+  void UpdateVersioned(uint64_t offset, uint64_t value);
+
  private:
   uint8_t version_ = 0;
   uint32_t flags_ = 0;

@@ -39,9 +39,9 @@ MdhdBox::MdhdBox(QiroK7MStream* stream, uint8_t version, uint32_t flags,
 }
 
 void MdhdBox::UpdateExtensionBox() {
-  constexpr uint64_t kDurationOffset = 32;
-  SeekTo(GetBeginOffset() + kDurationOffset);
-  Stream().WriteDDWORD(duration_);
+  constexpr uint64_t kDurationOffset = 20;
+  constexpr uint64_t kDurationOffsetV0 = 12;
+  UpdateVersioned(GetVersion() != 0 ? kDurationOffset : kDurationOffsetV0, duration_);
 }
 
 HdlrBox::HdlrBox(QiroK7MStream* stream, uint8_t version, uint32_t flags, const TrackSetup& setup,

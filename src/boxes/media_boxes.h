@@ -31,7 +31,7 @@ class MdhdBox final : public FieldBox<MdhdBox, FullBox> {
     ThrowIf(GetVersion() > 1, kQiroK7MErrorUnsupportedVersion);
     FieldBox::ReadExtensionPayloadData();
   }
-  /// Rewrites the duration where it stands in the version 1 layout.
+  /// Rewrites the duration.
   void UpdateExtensionBox() override;
 
   /// In track time scale.

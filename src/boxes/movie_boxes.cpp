@@ -19,11 +19,10 @@ MvhdBox::MvhdBox(QiroK7MStream* stream, uint8_t version, uint32_t flags, const Q
 }
 
 void MvhdBox::UpdateExtensionBox() {
-  constexpr uint64_t kDurationOffset = 32;
-  constexpr uint64_t kNextTrackIdOffset = 116;
-  SeekTo(GetBeginOffset() + kDurationOffset);
-  Stream().WriteDDWORD(duration_);
-  SeekTo(GetBeginOffset() + kNextTrackIdOffset);
+  constexpr uint64_t kDurationOffset = 20;
+  constexpr uint64_t kDurationOffsetV0 = 12;
+  UpdateVersioned(GetVersion() != 0 ? kDurationOffset : kDurationOffsetV0, duration_);
+  SeekTo(GetBeginOffset() + FieldsOffset() + FieldsSize() - sizeof(nextTrackId_));
   Stream().WriteDWORD(nextTrackId_);
 }
 

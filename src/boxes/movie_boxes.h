@@ -44,7 +44,7 @@ class MvhdBox final : public FieldBox<MvhdBox, FullBox> {
     matrix_ = kUnityMatrix;
     FieldBox::WriteExtensionBox();
   }
-  /// Rewrites duration and next track id where they stand in the version 1 layout.
+  /// Rewrites duration and next track id.
   void UpdateExtensionBox() override;
 
   void SetDuration(uint64_t duration) { duration_ = duration; }

@@ -11,11 +11,12 @@ MehdBox::MehdBox(QiroK7MStream* stream, const QiroK7MAllocatorCallBacks* allocat
 }
 
 void MehdBox::WriteExtensionBox() {
+  constexpr uint64_t kLargest = 0xFFFFFFFF;
   SeekTo(GetBeginOffset() + GetHeaderSize());
   if (GetVersion() == 1) {
     Stream().WriteDDWORD(duration_);
   } else {
-    Stream().WriteDWORD(static_cast<uint32_t>(duration_));
+    Stream().WriteDWORD(static_cast<uint32_t>(std::min(duration_, kLargest)));
   }
 }
 

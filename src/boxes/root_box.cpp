@@ -146,6 +146,16 @@ std::optional<size_t> RootBox::FindFragment(uint32_t trackId, uint64_t time) {
   }
 }
 
+void RootBox::ForgetBehindMovie() {
+  auto& boxes = MutableChildren();
+  while (!boxes.empty() && boxes.back().get() != moov_) {
+    boxes.pop_back();
+  }
+  SetTotalSize(moov_->GetEndOffset());
+  SetEffectiveSize(GetTotalSize());
+  fragments_.clear();
+}
+
 void RootBox::BeginFragment(uint64_t moofOffset) {
   endsInFragment_.clear();
   moofOffset_ = moofOffset;

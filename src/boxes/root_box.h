@@ -62,6 +62,9 @@ class RootBox final : public Box {
   /// when there is none.
   std::optional<size_t> FindFragment(uint32_t trackId, uint64_t time);
 
+  /// Drops the boxes behind the movie box and what they told: parsing goes on behind that again.
+  void ForgetBehindMovie();
+
   /// What the boxes of a fragment tell while they are completed, and ask about the ones before.
   void BeginFragment(uint64_t moofOffset);
   void NoteTrackFragment(const TrafBox& traf);

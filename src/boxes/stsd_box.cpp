@@ -84,6 +84,22 @@ std::unique_ptr<K7MSampleEntry> StsdBox::MakeEntry(std::unique_ptr<SampleDescrip
   return MakeBox<K7MSampleEntry>(allocator, &Stream(), type, kSameFile, std::move(descriptor));
 }
 
+void StsdBox::WriteLastEntry() {
+  entries_.back()->WriteBox();
+  if (Placeholder() != nullptr) {
+    Placeholder()->WriteBox();
+  }
+}
+
+void StsdBox::UpdateSTSDBoxListForAppend() {
+  const uint64_t begin = entries_.empty() ? GetBeginOffset() + GetHeaderSize() + sizeof(entryCount_)
+                                          : entries_.back()->GetEndOffset();
+  const uint64_t rest = GetEndOffset() > begin ? GetEndOffset() - begin : 0;
+  if (rest >= kMinHeaderSize) {
+    AddPlaceholder(rest, begin);
+  }
+}
+
 void StsdBox::WriteExtensionBox() {
   UpdateExtensionBox();
   Stream().ReserveSpace(reservedByteCount_);

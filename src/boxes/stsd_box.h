@@ -23,6 +23,10 @@ class StsdBox final : public VariableSizeBox {
   /// Takes the descriptor into an entry of its own. Error 15 when the entry does not fit the
   /// reserved space, 1542 when a 'vorp' would not be the only one.
   SampleDescriptor* AddSampleDescriptor(std::unique_ptr<SampleDescriptor> descriptor);
+  /// Writes the entry that was added last, and the rest of the reserved space behind it.
+  void WriteLastEntry();
+  /// Makes the room behind the entries of a box that was read reserved space.
+  void UpdateSTSDBoxListForAppend();
   void WriteExtensionBox() override;
   void UpdateExtensionBox() override;
   /// From now on reading the payload reads the entries too.

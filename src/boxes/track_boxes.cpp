@@ -34,9 +34,9 @@ TkhdBox::TkhdBox(QiroK7MStream* stream, uint8_t version, uint32_t flags, const T
 }
 
 void TkhdBox::UpdateExtensionBox() {
-  constexpr uint64_t kDurationOffset = 36;
-  SeekTo(GetBeginOffset() + kDurationOffset);
-  Stream().WriteDDWORD(duration_);
+  constexpr uint64_t kDurationOffset = 24;
+  constexpr uint64_t kDurationOffsetV0 = 16;
+  UpdateVersioned(GetVersion() != 0 ? kDurationOffset : kDurationOffsetV0, duration_);
 }
 
 HintBox::HintBox(QiroK7MStream* stream, std::span<const uint32_t> trackIds,

@@ -51,7 +51,7 @@ class TkhdBox final : public FieldBox<TkhdBox, FullBox> {
     matrix_ = kUnityMatrix;
     FieldBox::WriteExtensionBox();
   }
-  /// Rewrites the duration where it stands in the version 1 layout.
+  /// Rewrites the duration.
   void UpdateExtensionBox() override;
 
   /// In movie time scale.

@@ -18,6 +18,9 @@ class FragmentBuilder {
   FragmentBuilder(QiroK7MStream* stream, size_t trackCount,
                   const QiroK7MAllocatorCallBacks* allocator);
 
+  /// The next fragment gets the number behind this one.
+  void ResumeAfter(uint32_t fragmentNumber) { fragmentNumber_ = fragmentNumber; }
+
   bool IsOpen() const { return moof_ != nullptr; }
   /// Whether the track has samples in the open fragment.
   bool HasTrack(size_t track) const { return tracks_[track].isInFragment; }

@@ -1,5 +1,7 @@
 #include "writer/track_timeline.h"
 
+#include <algorithm>
+
 #include "base/errors.h"
 #include "base/time.h"
 
@@ -26,9 +28,13 @@ uint64_t TrackTimeline::ToMovieScale(uint64_t time) const {
   return Time::ConvertTimeScale(time, trackTimeScale_, movieTimeScale_);
 }
 
+uint64_t TrackTimeline::ToTrackScale(uint64_t time) const {
+  return Time::ConvertTimeScale(time, movieTimeScale_, trackTimeScale_);
+}
+
 void TrackTimeline::CheckDecodeTime(uint64_t decodeTime) const {
   constexpr uint64_t kMaxStep = 0xFFFFFFFF;
-  if (!firstSampleSeen) {
+  if (!firstSampleSeen && lastDecodeTime_ == kNone) {
     return;
   }
   ThrowIf(static_cast<int64_t>(lastDecodeTime_) > static_cast<int64_t>(decodeTime),
@@ -91,6 +97,37 @@ bool TrackTimeline::StretchTo(uint64_t end) {
   }
   lastDuration_ += static_cast<uint32_t>(end - End());
   return true;
+}
+
+void TrackTimeline::ResumeBehind(std::optional<uint64_t> mediaEnd) {
+  if (mediaEnd) {
+    lastDecodeTime_ = *mediaEnd;
+    lastDuration_ = 0;
+  }
+  const int64_t end = std::max<int64_t>(static_cast<int64_t>(lastDecodeTime_), 0);
+  while (elst_->GetLastEntryMediaTime() == K7MEditListEntry::kEmptyEdit ||
+         elst_->GetLastEntryMediaTime() > end) {
+    elst_->DeleteLastElstEntry();
+  }
+  timeShift_ = ToTrackScale(elst_->GetGapsDuration());
+  lastDecodeTime_ += timeShift_;
+  const auto shown = static_cast<int64_t>(lastDecodeTime_ - LastEditStart());
+  elst_->UpdateLastElstEntry(shown > 0 ? ToMovieScale(static_cast<uint64_t>(shown)) : 0);
+}
+
+void TrackTimeline::ResumeAt(uint64_t movieDuration) {
+  expectedStart_ = ToTrackScale(movieDuration);
+  inGap_ = EndInMovieScale() < movieDuration;
+  if (inGap_) {
+    editPending_ = true;
+    editStart_ = End();
+    lastDecodeTime_ = expectedStart_;
+  } else {
+    editPending_ = elst_->GetEntries().empty();
+    editStart_ = LastEditStart();
+    // Rounding to movie scale must not make a gap in front of a sample that follows at once.
+    expectedStart_ = std::max(expectedStart_, End());
+  }
 }
 
 void TrackTimeline::UpdateEdits() {

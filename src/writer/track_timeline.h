@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "boxes/edit_boxes.h"
 
@@ -21,6 +22,13 @@ class TrackTimeline {
   void AddGap(uint64_t decodeTime);
   /// A media sample; ends a gap. Gives its decode time in the media, without the gaps before it.
   uint64_t AddMedia(uint64_t decodeTime);
+
+  /// For a track of an existing file: its media ends at `mediaEnd`, none when it has no samples.
+  /// The edit list is cut there.
+  void ResumeBehind(std::optional<uint64_t> mediaEnd);
+  /// Then: the movie lasts `movieDuration`, in movie time scale. A track that ends earlier is in a
+  /// gap from there on.
+  void ResumeAt(uint64_t movieDuration);
 
   /// Makes the edit list tell all of the timeline so far.
   void UpdateEdits();
@@ -46,6 +54,8 @@ class TrackTimeline {
   static constexpr uint64_t kNone = ~uint64_t{0};  ///< -1: no sample yet.
 
   uint64_t ToMovieScale(uint64_t time) const;
+  uint64_t ToTrackScale(uint64_t time) const;
+  uint64_t LastEditStart() const { return ToTrackScale(elst_->GetLastSegStartTime()); }
   void CloseEditAt(uint64_t time);
   int64_t EditMediaTime() const { return static_cast<int64_t>(editStart_ - timeShift_); }
 

@@ -5,6 +5,7 @@
 
 #include "base/client_streams.h"
 #include "base/data_buffer.h"
+#include "base/time.h"
 #include "boxes/ftyp_box.h"
 #include "boxes/mdat_box.h"
 #include "boxes/movie_boxes.h"
@@ -48,6 +49,8 @@ class WriterStream {
   std::unique_ptr<QiroK7MStream> stream_;
 };
 
+struct ResumePoint;
+
 enum class WriterState : uint32_t { kBad = 0, kGood = 1, kClosed = 2 };
 
 /// Builds a document on a stream. The movie box is written in front of the media, in a plain
@@ -57,6 +60,11 @@ class Writer : public K7MBase {
  public:
   /// Opens the stream and writes the first boxes.
   Writer(std::unique_ptr<QiroK7MStream> stream, const QiroK7MDocInfo& info,
+         const QiroK7MAllocatorCallBacks* allocator);
+  /// Opens a stream that holds a K7R file and keeps its complete fragments up to the last one whose
+  /// 'afra' does not begin behind `keepLimit`; that begins at `lastFragment`, 0 when there is none.
+  /// The rest is cut off. Errors 6, 2048, 2050, 2051 for what the file lacks.
+  Writer(std::unique_ptr<QiroK7MStream> stream, uint64_t keepLimit, uint64_t& lastFragment,
          const QiroK7MAllocatorCallBacks* allocator);
   ~Writer() override;
 
@@ -76,8 +84,9 @@ class Writer : public K7MBase {
   void SetSampleDescriptor(uint32_t trackId, uint32_t index);
   void SetUlbBox(std::span<const uint8_t> metadata);
   void AddFullBox(uint32_t type, uint8_t version, uint32_t flags, std::span<const uint8_t> payload);
-  /// `data` is null for a gap, and for a sample whose bytes are in another one.
-  void AddSample(uint32_t trackId, Sample& sample, QiroK7MDataBuffer* data);
+  /// `data` is null for a gap, and for a sample whose bytes are in another one: that has its place
+  /// already.
+  virtual void AddSample(uint32_t trackId, Sample& sample, QiroK7MDataBuffer* data);
   QiroK7MDocInfo GetDocInfo() const;
   /// Error 2049 unless the writer was opened for append.
   std::unique_ptr<TrackCollection> GetTracks() const;
@@ -86,12 +95,37 @@ class Writer : public K7MBase {
   /// Takes note of the code of a failure: most make the writer bad.
   void SetWriterStateBad(QiroK7MError code);
 
+ protected:
+  QiroK7MStream* Stream() const { return stream_.Get(); }
+  /// Puts the sample on the timeline that starts at `origin`. A sample before that is error 1280.
+  void AddSampleFrom(const Time& origin, uint32_t trackId, Sample& sample, QiroK7MDataBuffer* data);
+  /// No track can be added any more. In a fragmented document the 'mvex' becomes the last box in
+  /// the movie box. Does nothing the second time.
+  void CloseMovieBox();
+  bool HasOpenMdat() const { return mdat_ != nullptr; }
+  const Track& TrackOf(uint32_t trackId);
+  const K7MVector<std::unique_ptr<Track>>& Tracks() const { return tracks_; }
+
+  bool samplesAllowed_ = true;
+  bool moofBeforeMdat_ = false;  ///< Media bytes are buffered until their fragment is written.
+  bool writeMfra_ = true;
+  bool moovPending_ = true;  ///< Tracks can still be added.
+  bool noMediaYet_ = true;
+  uint64_t writeOffset_ = 0;     ///< Where the next top-level box starts.
+  uint64_t lastMdatOffset_ = 0;  ///< Of the fragment that was written last.
+  /// Where the bytes end that were written behind `writeOffset_` without being reserved.
+  uint64_t unreservedEnd_ = 0;
+
  private:
   static constexpr uint32_t kFragmented = 0;
   static constexpr uint32_t kUnfragmented = 1;
 
   void WriteFirstBoxes();
-  void CloseMovieBox();
+  /// The movie box of an existing file becomes the writer's.
+  void AdoptMovie();
+  void ResumeTimelines(const ResumePoint& point);
+  void CutBehind(const ResumePoint& point);
+  void RewriteReadMoov();
   TrackTimeline& TimelineOf(uint32_t trackId);
   TrakBox* TrakOf(uint32_t trackId) const { return moov_->GetTracks()[trackId - 1]; }
   bool IsFragmented() const { return mode_ == kFragmented; }
@@ -104,6 +138,8 @@ class Writer : public K7MBase {
   /// Cuts off what failed calls have left on the stream behind the document.
   void CutRemains();
   void UpdateElstEntries();
+  /// In memory.
+  void SetDurations();
   void UpdateDurations();
   void RewriteMoov();
 
@@ -111,16 +147,10 @@ class Writer : public K7MBase {
   QiroK7MDocInfo docInfo_;
   uint32_t mode_;
   WriterState state_ = WriterState::kGood;
-  bool hasFailed_ = false;   ///< A call has failed, the writer being good or not.
-  bool moovPending_ = true;  ///< Tracks can still be added.
-  bool noMediaYet_ = true;
-  bool samplesAllowed_ = true;
+  bool hasFailed_ = false;  ///< A call has failed, the writer being good or not.
   bool ulbWritten_ = false;
   bool extraBoxesAllowed_ = true;
   bool appendMode_ = false;
-  bool moofBeforeMdat_ = false;  ///< Media bytes are buffered until their fragment is written.
-  bool writeMfra_ = true;
-  uint64_t writeOffset_ = 0;  ///< Where the next top-level box starts.
   std::unique_ptr<RootBox> root_;
   MoovBox* moov_ = nullptr;
   MvhdBox* mvhd_ = nullptr;

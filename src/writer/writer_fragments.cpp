@@ -41,6 +41,7 @@ void Writer::WriteFragment() {
   writeOffset_ = fragments_->Write(writeOffset_, *mdat, moofBeforeMdat_, [this](size_t track) {
     return timelines_[track].MediaDuration();
   });
+  lastMdatOffset_ = mdat->GetBeginOffset();
 }
 
 void Writer::WriteMfra() {

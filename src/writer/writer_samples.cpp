@@ -33,11 +33,19 @@ void ConvertToTrackScale(QiroK7MSampleInfo& info, uint32_t timeScale) {
 }  // namespace
 
 void Writer::AddSample(uint32_t trackId, Sample& sample, QiroK7MDataBuffer* data) {
+  AddSampleFrom(Time(0, 1), trackId, sample, data);
+}
+
+void Writer::AddSampleFrom(const Time& origin, uint32_t trackId, Sample& sample,
+                           QiroK7MDataBuffer* data) {
   TrackTimeline& timeline = TimelineOf(trackId);
-  ConvertToTrackScale(sample.MutableInfo(), tracks_[trackId - 1]->GetTimeScale());
-  const uint64_t decodeTime = sample.GetInfo().timeStamp;
+  const uint32_t timeScale = tracks_[trackId - 1]->GetTimeScale();
+  const uint64_t start = origin.GetValueInTimeScaleUnits(timeScale);
+  ConvertToTrackScale(sample.MutableInfo(), timeScale);
   ThrowIf(!timeline.hasDescription, kQiroK7MErrorNoSampleDescriptionChosen);
   ThrowIf(!samplesAllowed_, kQiroK7MErrorSampleOutsideFragment);
+  ThrowIf(sample.GetInfo().timeStamp < start, kQiroK7MErrorDecodeTimeBackwards);
+  const uint64_t decodeTime = sample.GetInfo().timeStamp - start;
   timeline.CheckDecodeTime(decodeTime);
   if (!timeline.firstSampleSeen) {
     timeline.StartAt(decodeTime, sample.IsGap());
@@ -49,7 +57,9 @@ void Writer::AddSample(uint32_t trackId, Sample& sample, QiroK7MDataBuffer* data
   }
   sample.MutableInfo().timeStamp = timeline.AddMedia(decodeTime);
   OpenMdat();
-  mdat_->AddSampleData(sample, data);
+  if (data != nullptr) {
+    mdat_->AddSampleData(sample, data);
+  }
   if (IsFragmented()) {
     AddToFragment(trackId, sample, decodeTime);
   } else {
@@ -76,7 +86,7 @@ void Writer::UpdateElstEntries() {
   }
 }
 
-void Writer::UpdateDurations() {
+void Writer::SetDurations() {
   uint64_t movieDuration = 0;
   for (size_t i = 0; i < timelines_.size(); ++i) {
     const TrakBox* trak = moov_->GetTracks()[i];
@@ -89,13 +99,22 @@ void Writer::UpdateDurations() {
   if (mvex_ != nullptr) {
     mvex_->SetDuration(movieDuration);
   }
+}
+
+void Writer::UpdateDurations() {
+  SetDurations();
   RewriteMoov();
 }
 
 void Writer::RewriteMoov() {
+  if (appendMode_) {
+    // Boxes that were read are never written whole.
+    RewriteReadMoov();
+    return;
+  }
   // Ends every open chunk; what lies in the tables already stays as it is.
   const bool wasStale = std::exchange(moovIsStale_, true);
-  if (wasStale && !appendMode_) {  // Boxes that were read are never written whole.
+  if (wasStale) {
     moov_->WriteBox();
   } else {
     moov_->UpdateBox();

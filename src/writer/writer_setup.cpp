@@ -108,6 +108,11 @@ TrackTimeline& Writer::TimelineOf(uint32_t trackId) {
   return timelines_[trackId - 1];
 }
 
+const Track& Writer::TrackOf(uint32_t trackId) {
+  TimelineOf(trackId);
+  return *tracks_[trackId - 1];
+}
+
 SampleDescriptor* Writer::AddSampleDescriptor(uint32_t trackId,
                                               std::unique_ptr<SampleDescriptor> descriptor) {
   TimelineOf(trackId);
@@ -116,7 +121,7 @@ SampleDescriptor* Writer::AddSampleDescriptor(uint32_t trackId,
   // Until the entry is in the file; writing it alone is enough unless something fails.
   const bool wasStale = std::exchange(moovIsStale_, true);
   SetSampleDescriptor(trackId, added->GetSDID());
-  stsd->WriteBox();
+  stsd->WriteLastEntry();
   moovIsStale_ = wasStale;
   RewriteMoov();
   return added;
@@ -176,6 +181,10 @@ void Writer::AddFullBox(uint32_t type, uint8_t version, uint32_t flags,
   box->SetBeginOffset(writeOffset_);
   box->WriteBox();
   writeOffset_ += box->GetTotalSize();
+  if (unreservedEnd_ > writeOffset_) {
+    // Its last bytes would be taken for the begin of a box.
+    stream_.Get()->Truncate(writeOffset_);
+  }
 }
 
 QiroK7MDocInfo Writer::GetDocInfo() const { return docInfo_; }

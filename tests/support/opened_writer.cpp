@@ -43,10 +43,17 @@ QiroK7MSampleInfo NewSample::Info(QiroK7MTrack* track) const {
   return info;
 }
 
-void OpenedWriter::Create(const QiroK7MDocInfo& info) {
+OpenedWriter::OpenedWriter(const QiroK7MDocInfo& info) {
+  Create([&info](const QiroK7MIOStreamCallBacks& stream, const QiroK7MAllocatorCallBacks& memory,
+                 QiroK7MWriter** writer) {
+    return QiroK7MDocCreateNew(&stream, &info, &memory, writer);
+  });
+}
+
+void OpenedWriter::Create(const Creator& create) {
   const QiroK7MIOStreamCallBacks stream = stream_.ReadingAndWriting();
   const QiroK7MAllocatorCallBacks memory = memory_.Record();
-  result_ = QiroK7MDocCreateNew(&stream, &info, &memory, &writer_);
+  result_ = create(stream, memory, &writer_);
   EXPECT_EQ(writer_ != nullptr, result_ == 0);
 }
 

@@ -3,6 +3,7 @@
 #ifndef K7M_TESTS_SUPPORT_OPENED_WRITER_H
 #define K7M_TESTS_SUPPORT_OPENED_WRITER_H
 
+#include <functional>
 #include <string>
 #include <utility>
 
@@ -61,7 +62,7 @@ struct NewSample {
 class OpenedWriter {
  public:
   explicit OpenedWriter(uint32_t movieTimeScale = 1000) : OpenedWriter(DocInfoOf(movieTimeScale)) {}
-  explicit OpenedWriter(const QiroK7MDocInfo& info) { Create(info); }
+  explicit OpenedWriter(const QiroK7MDocInfo& info);
   OpenedWriter(const OpenedWriter&) = delete;
   OpenedWriter& operator=(const OpenedWriter&) = delete;
   ~OpenedWriter() { Destroy(); }
@@ -106,8 +107,15 @@ class OpenedWriter {
   /// Destroys early and judges; the second time it does nothing.
   void Destroy();
 
+ protected:
+  /// Creates or opens a writer on the given stream and memory.
+  using Creator = std::function<QiroK7MError(
+      const QiroK7MIOStreamCallBacks&, const QiroK7MAllocatorCallBacks&, QiroK7MWriter** writer)>;
+  /// On a stream that holds `content`.
+  OpenedWriter(const Bytes& content, const Creator& create) : stream_(content) { Create(create); }
+
  private:
-  void Create(const QiroK7MDocInfo& info);
+  void Create(const Creator& create);
 
   MemoryStream stream_;
   CountingAllocator memory_;

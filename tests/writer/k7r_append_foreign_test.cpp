@@ -1,0 +1,212 @@
+// Continuing files that other writers made: what they may lack, and what of theirs stays.
+#include <gtest/gtest.h>
+
+#include "k7r_recording.h"
+#include "support/movie_builder.h"
+
+namespace k7mtest {
+namespace {
+
+/// A track without samples, with its edit list and, for the hint track, its 'vorp' entry.
+Track EmptyTrack(const char* handler, uint8_t version) {
+  Track track{.handler = handler, .timeScale = 1000};
+  track.edits = {{0, 0}};
+  track.replace["edts"] = Box("edts", FullBox("elst", version, 0, Elst{.entries = {{0, 0}}},
+                                              Bytes().Fill(4 * (version == 1 ? 20 : 12))));
+  track.replace["mdhd"] = FullBox("mdhd", version, 0, Mdhd{.timeScale = 1000});
+  if (std::string(handler) == "hint") {
+    track.descriptions = {VorpEntry("vorp", {.codecHeader = VorpExtension(500)})};
+  }
+  return track;
+}
+
+Movie MovieOf(uint8_t version, const std::vector<const char*>& handlers = {"vide", "hint"}) {
+  Movie movie{.timeScale = 1000};
+  Bytes mvex = FullBox("mehd", version, 0, Mehd{});
+  for (size_t i = 0; i < handlers.size(); ++i) {
+    const auto id = static_cast<uint32_t>(i + 1);
+    movie.tracks.push_back(EmptyTrack(handlers[i], version));
+    movie.tracks.back().replace["tkhd"] = FullBox("tkhd", version, 7, Tkhd{.trackId = id});
+    mvex.Append(FullBox("trex", 0, 0, Trex{.trackId = id}));
+  }
+  movie.replace["mvhd"] = FullBox("mvhd", version, 0, Mvhd{.timeScale = 1000, .nextTrackId = 9});
+  movie.moreInMoov = Box("mvex", mvex) + Box("udta", Box("name", Pattern(9)));
+  return movie;
+}
+
+/// Without its 'mdat'.
+Bytes HeadOf(const Movie& movie) {
+  const Bytes file = BuildMovie(movie).bytes;
+  return Cut(file, EndOfMoov(file));
+}
+
+QiroK7MError ResultOf(const Bytes& file) {
+  OpenedK7RWriter writer(file);
+  EXPECT_EQ(writer.Stream().Count(Call::kWrite) == 0, writer.Result() != 0);
+  return writer.Result();
+}
+
+TEST(K7RAppendForeign, BoxesKeepTheirVersionPlaceAndSize) {
+  for (const uint8_t version : {uint8_t{0}, uint8_t{1}}) {
+    SCOPED_TRACE(int{version});
+    const Bytes head = HeadOf(MovieOf(version));
+    OpenedK7RWriter writer(head);
+    ASSERT_EQ(writer.Result(), 0u);
+    EXPECT_EQ(writer.File(), head);
+    const auto tracks = writer.DescribedTracks();
+    writer.StartFragment();
+    writer.Add(tracks[0], {.time = 500, .data = Pattern(3), .flags = kKey}, true);
+    writer.Add(tracks[0], {.time = 820, .data = Pattern(4), .flags = kKey}, true);
+    writer.Add(tracks[0], {.time = 0xFFFFFFFF, .flags = kGap});
+    const Bytes file = writer.Finish();
+    ASSERT_EQ(EndOfMoov(file), head.Size());
+    Bytes expected = head;
+    const auto patch = [&](const std::string& box, size_t v0, size_t v1, uint64_t value) {
+      const size_t at = PlaceOf(head, box).offset + (version == 0 ? v0 : v1);
+      expected.Patch(at, value, version == 0 ? 4 : 8);
+    };
+    const uint64_t end = 0xFFFFFFFF - 500;
+    patch("moov/mvhd", 24, 32, end);
+    patch("moov/mvex/mehd", 12, 12, end);
+    patch("moov/trak/tkhd", 28, 36, end);
+    patch("moov/trak/mdia/mdhd", 24, 32, end);
+    patch("moov/trak/edts/elst", 16, 16, end);
+    EXPECT_EQ(Cut(file, head.Size()), expected);
+    EXPECT_EQ(MediaOf(file, 0), (std::vector<Bytes>{Pattern(3), Pattern(4)}));
+  }
+}
+
+TEST(K7RAppendForeign, ADurationThatDoesNotFitIsTheLargestThatDoes) {
+  const Bytes head = HeadOf(MovieOf(0));
+  OpenedK7RWriter writer(head);
+  const auto tracks = writer.DescribedTracks();
+  writer.StartFragment();
+  writer.Add(tracks[0], 500, kKey);
+  writer.Add(tracks[0], 500 + uint64_t{0xFFFFFFFF}, kKey);
+  writer.Add(tracks[0], 500 + 2 * uint64_t{0xFFFFFFFF}, kKey);
+  const Bytes file = writer.Finish();
+  for (const auto& [box, offset] :
+       std::vector<std::pair<std::string, size_t>>{{"moov/mvhd", 24},
+                                                   {"moov/mvex/mehd", 12},
+                                                   {"moov/trak/tkhd", 28},
+                                                   {"moov/trak/mdia/mdhd", 24},
+                                                   {"moov/trak/edts/elst", 16}}) {
+    EXPECT_EQ(NumberIn(file, box, offset), 0xFFFFFFFFu) << box;
+  }
+}
+
+TEST(K7RAppendForeign, WhatAFileLacksHasItsCode) {
+  EXPECT_EQ(ResultOf({}), 6u);
+  EXPECT_EQ(ResultOf(Box("ftyp", Ftyp{})), 6u);
+  EXPECT_EQ(ResultOf(Box("ftyp", Ftyp{}) + Box("free") + Pattern(3)), 6u);
+  Movie movie = MovieOf(1);
+  movie.moreInMoov = {};
+  EXPECT_EQ(ResultOf(HeadOf(movie)), 2048u);
+  for (const size_t track : {0u, 1u}) {
+    movie = MovieOf(1);
+    movie.tracks[track].replace["edts"] = {};
+    EXPECT_EQ(ResultOf(HeadOf(movie)), 2050u);
+    movie.tracks[track].replace["edts"] = Box("edts", Box("free"));
+    EXPECT_EQ(ResultOf(HeadOf(movie)), 2051u);
+    movie.moreInMoov = {};
+    EXPECT_EQ(ResultOf(HeadOf(movie)), 2048u);  // Comes first.
+  }
+  movie = MovieOf(1);
+  movie.tracks[0].replace["tkhd"] = {};
+  EXPECT_EQ(ResultOf(HeadOf(movie)), 14u);
+}
+
+TEST(K7RAppendForeign, TracksThatAreNotNumberedInOrderAreRefused) {
+  for (const uint32_t id : {0u, 2u, 7u}) {
+    Movie movie = MovieOf(1);
+    movie.tracks[0].replace["tkhd"] = FullBox("tkhd", 1, 7, Tkhd{.trackId = id});
+    EXPECT_EQ(ResultOf(HeadOf(movie)), 1283u);
+  }
+}
+
+TEST(K7RAppendForeign, AnEmptyEditListGetsItsFirstEntry) {
+  Movie movie = MovieOf(0);
+  movie.tracks[0].replace["edts"] = Box("edts", FullBox("elst", 0, 0, Elst{}, Bytes().Fill(36)));
+  OpenedK7RWriter writer(HeadOf(movie));
+  ASSERT_EQ(writer.Result(), 0u);
+  const auto tracks = writer.DescribedTracks();
+  writer.StartFragment();
+  writer.Add(tracks[0], 500, kKey);
+  writer.Add(tracks[0], 600, kKey);
+  const Bytes file = writer.Finish();
+  EXPECT_EQ(FindBox(file, "moov/trak/edts/elst"),
+            FullBox("elst", 0, 0, Elst{.entries = {{101, 0}}}, Bytes().Fill(24)));
+}
+
+TEST(K7RAppendForeign, AnEditListOfOddLengthHasNoRoomButKeepsItsEntry) {
+  Movie movie = MovieOf(0);
+  movie.tracks[0].replace["edts"] =
+      Box("edts", FullBox("elst", 0, 0, Elst{.entries = {{0, 0}}}, Bytes().Fill(18, 0xEE)));
+  OpenedK7RWriter writer(HeadOf(movie));
+  ASSERT_EQ(writer.Result(), 0u);
+  const auto tracks = writer.DescribedTracks();
+  writer.StartFragment();
+  writer.Add(tracks[0], 500, kKey);
+  writer.Add(tracks[0], 600, kKey);
+  writer.Flush();
+  EXPECT_EQ(FindBox(writer.File(), "moov/trak/edts/elst"),
+            FullBox("elst", 0, 0, Elst{.entries = {{101, 0}}}, Bytes().Fill(18, 0xEE)));
+  writer.StartFragment();
+  writer.Add(tracks[0], 700, kGap);
+  EXPECT_EQ(writer.TryAdd(tracks[0], {.time = 800}), 16u);
+}
+
+TEST(K7RAppendForeign, TablesOfTheMovieBoxStayAsTheyAre) {
+  Movie movie = MovieOf(1);
+  movie.tracks[0].samples = SomeSamples(5);
+  const Bytes file = BuildMovie(movie).bytes;  // With its 'mdat', which is no fragment.
+  OpenedK7RWriter writer(Cut(file, EndOfMoov(file)));
+  ASSERT_EQ(writer.Result(), 0u);
+  writer.StartFragment();
+  writer.Add(writer.DescribedTracks()[0], 500, kKey);
+  const Bytes after = writer.Finish();
+  EXPECT_EQ(FindBox(after, "moov/trak/mdia/minf"), FindBox(file, "moov/trak/mdia/minf"));
+}
+
+TEST(K7RAppendForeign, FreeSpaceAmongTheDescriptionsIsNotTakenForEntries) {
+  Movie movie = MovieOf(1);
+  const Bytes first = VideoEntry("avc1");
+  const Bytes second = VideoEntry("abcd");
+  movie.tracks[0].replace["stsd"] = FullBox(
+      "stsd", 0, 0, Stsd{.entries = {first, Box("free", Pattern(20)), second}}, Bytes().Fill(100));
+  OpenedK7RWriter writer(HeadOf(movie));
+  ASSERT_EQ(writer.Result(), 0u);
+  const auto tracks = writer.DescribedTracks();
+  ASSERT_EQ(DescriptorsOf(tracks[0]).size(), 2u);
+  writer.Describe(tracks[0], "efgh");
+  const Bytes stsd = FindBox(writer.File(), "moov/trak/mdia/minf/stbl/stsd");
+  EXPECT_EQ(stsd.Slice(16, first.Size()), first);
+  EXPECT_EQ(stsd.Slice(16 + first.Size() + 28, second.Size()), second);
+  EXPECT_EQ(stsd.NumberAt(16 + first.Size() + 28 + second.Size() + 4), Code("efgh"));
+}
+
+TEST(K7RAppendForeign, WithoutRoomInTheDescriptionsNoneIsAdded) {
+  OpenedK7RWriter writer(HeadOf(MovieOf(1)));
+  EXPECT_EQ(writer.TryDescribe(writer.DescribedTracks()[0], "efgh", {}), 15u);
+  EXPECT_TRUE(writer.IsGood());
+}
+
+TEST(K7RAppendForeign, TimeScalesOfZeroDoNoHarm) {
+  for (const bool isMovie : {false, true}) {
+    Movie movie = MovieOf(1);
+    if (isMovie) {
+      movie.replace["mvhd"] = FullBox("mvhd", 1, 0, Mvhd{.timeScale = 0});
+    } else {
+      movie.tracks[0].replace["mdhd"] = FullBox("mdhd", 1, 0, Mdhd{.timeScale = 0});
+    }
+    OpenedK7RWriter writer(HeadOf(movie));
+    EXPECT_EQ(writer.Result(), 0u);
+    const auto tracks = writer.DescribedTracks();
+    writer.StartFragment();
+    writer.TryAdd(tracks[0], {.time = 500, .flags = kKey, .timeScale = 1000});
+    writer.Finish();
+  }
+}
+
+}  // namespace
+}  // namespace k7mtest
