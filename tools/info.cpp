@@ -76,8 +76,10 @@ std::optional<uint64_t> DurationOfSamples(const Document& document, const Track&
 }
 
 void CountSamples(const Document& document, const Track& track, TrackFacts* facts) {
-  document.Check(QiroK7MTrackGetSampleCount(track.handle, &facts->sampleCount.emplace()));
-  ProgressBar progress(*facts->sampleCount);
+  uint32_t sampleCount = 0;
+  document.Check(QiroK7MTrackGetSampleCount(track.handle, &sampleCount));
+  facts->sampleCount = sampleCount;
+  ProgressBar progress(sampleCount);
   SampleWalk walk = WalkMediaSamples(document, track);
   SampleSums sums;
   QiroK7MSampleInfo info;
