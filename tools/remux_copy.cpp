@@ -74,7 +74,7 @@ class SampleCopy {
     }
     lastTimes_[track] = info.timeStamp;
     if (info.sampleSize == 0) return;  // Told when the copy was planned.
-    if (!plans_[track].hasKeySample) info.flags |= kQiroK7MSampleFlagKey;
+    if (plans_[track].isAllKey) info.flags |= kQiroK7MSampleFlagKey;
     CopySample(document_, source.Sample(), info, &bytes_);
     writer_->AddSample(track, DescriptionOf(track), info, &bytes_);
     progress_.Advance(info.sampleSize);

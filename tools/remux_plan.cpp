@@ -39,22 +39,44 @@ void CheckIsPlausible(const Document& document, EditRule rule, const TrackPlan& 
 }
 
 // Where the header of a fragmented document does not know of the last sample, that lasts as long as
-// the one before it.
+// the one before it, and so does the one that is shown last: players end a presentation by the
+// times at which samples are shown.
 class TrackEnd {
  public:
-  void Add(uint64_t time) {
+  void Add(const QiroK7MSampleInfo& info) {
+    const uint64_t time = info.timeStamp;
     step_ = hasSample_ && time > last_ ? time - last_ : 0;
     last_ = time;
     hasSample_ = true;
+    const auto offset = static_cast<int32_t>(info.compositionOffset);
+    const uint64_t delay = offset > 0 ? static_cast<uint64_t>(offset) : 0;
+    lastShown_ = std::max(lastShown_, time + delay);
   }
   uint64_t NotBefore(uint64_t end) const {
-    return hasSample_ && end <= last_ ? last_ + step_ : end;
+    return hasSample_ && end <= last_ ? lastShown_ + step_ : end;
   }
 
  private:
   bool hasSample_ = false;
   uint64_t last_ = 0;
+  uint64_t lastShown_ = 0;
   uint64_t step_ = 0;
+};
+
+// Sound and pictures that are coded one by one usually come without a table of key samples, and are
+// then told to have none. In a fragmented document that is true of the samples in the movie box
+// alone: those in fragments, which come behind them, are told to be key samples.
+class KeyFlags {
+ public:
+  void Add(bool isKey) {
+    isMixed_ = isMixed_ || (hasKey_ && !isKey);
+    hasKey_ = hasKey_ || isKey;
+  }
+  bool IsAllKey(bool isFragmented) const { return !hasKey_ || (isFragmented && !isMixed_); }
+
+ private:
+  bool hasKey_ = false;
+  bool isMixed_ = false;  // Others stand behind a key sample.
 };
 
 // `cuts` may be null.
@@ -62,6 +84,7 @@ void CountSamples(const Document& document, EditRule rule, TrackPlan* plan, Frag
   bool isWaiting = false;
   uint64_t emptyCount = 0;
   TrackEnd end;
+  KeyFlags keys;
   TrackSource source(document, *plan->track, plan->layout);
   for (; source.HasSample(); source.Advance()) {
     const QiroK7MSampleInfo& info = source.Info();
@@ -74,12 +97,13 @@ void CountSamples(const Document& document, EditRule rule, TrackPlan* plan, Frag
       isWaiting = false;
       ++plan->sampleCount;
       plan->byteCount += info.sampleSize;
-      plan->hasKeySample = plan->hasKeySample || IsKey(info);
-      end.Add(info.timeStamp);
+      keys.Add(IsKey(info));
+      end.Add(info);
       if (cuts != nullptr) cuts->Add(source.Time(), IsKey(info));
       CheckIsPlausible(document, rule, *plan);
     }
   }
+  plan->isAllKey = keys.IsAllKey(document.IsFragmented());
   if (document.IsFragmented()) plan->layout.end = end.NotBefore(plan->layout.end);
   if (emptyCount == 0) return;
   Tell(document, *plan->track, std::to_string(emptyCount) + " samples without bytes are left out");

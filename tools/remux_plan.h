@@ -19,7 +19,7 @@ struct TrackPlan {
   uint32_t gapCount = 0;       ///< Waits that media follows.
   uint32_t longestHeader = 0;  ///< Bytes of the longest codec header.
   uint64_t byteCount = 0;      ///< Of all samples.
-  bool hasKeySample = false;   ///< Otherwise every sample can be decoded on its own.
+  bool isAllKey = false;       ///< Every sample can be decoded on its own, whatever its flags.
 };
 
 /// What the user wants of the copy.

@@ -197,14 +197,14 @@ void CompareDescriptions(const std::string& where, const TrackContent& a, const 
 }
 
 void CompareSamples(const std::string& where, const TrackContent& a, const TrackContent& b,
-                    Differences* differences) {
+                    bool isAllKey, Differences* differences) {
   std::vector<const SampleContent*> expected;
   for (const SampleContent& sample : a.samples) {
     const bool isGap = (sample.info.flags & 0xFF) == 2;
     if (sample.info.sampleSize > 0 || isGap) expected.push_back(&sample);
   }
   differences->Compare(where + " samples", expected.size(), b.samples.size());
-  const uint32_t added = a.HasKeySample() ? 0 : 1;
+  const uint32_t added = isAllKey ? 1 : 0;
   for (size_t i = 0; i < std::min(expected.size(), b.samples.size()); ++i) {
     const std::string name = where + " sample " + std::to_string(i + 1);
     QiroK7MSampleInfo info = expected[i]->info;
@@ -217,9 +217,10 @@ void CompareSamples(const std::string& where, const TrackContent& a, const Track
 
 }  // namespace
 
-bool TrackContent::HasKeySample() const {
-  return std::any_of(samples.begin(), samples.end(),
-                     [](const SampleContent& sample) { return (sample.info.flags & 0xFF) == 1; });
+bool TrackContent::IsAllKey(bool isFragmented) const {
+  const auto isKey = [](const SampleContent& sample) { return (sample.info.flags & 0xFF) == 1; };
+  const auto first = std::find_if(samples.begin(), samples.end(), isKey);
+  return first == samples.end() || (isFragmented && std::all_of(first, samples.end(), isKey));
 }
 
 double TrackContent::Start(uint32_t movieScale) const {
@@ -275,7 +276,8 @@ std::string CopyDifference(const DocumentContent& source, const DocumentContent&
     if (copy.info.isFragmented != 0) DropDependencies(&expected);
     CompareTrackInfo(where, expected, copy.tracks[i], &differences);
     CompareDescriptions(where, expected, copy.tracks[i], &differences);
-    CompareSamples(where, expected, copy.tracks[i], &differences);
+    CompareSamples(where, expected, copy.tracks[i],
+                   expected.IsAllKey(source.info.isFragmented != 0), &differences);
   }
   return differences.Text();
 }

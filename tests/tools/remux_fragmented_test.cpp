@@ -161,6 +161,17 @@ TEST_F(RemuxFragmentedTest, TheDurationIsThatOfTheSamplesWhereTheHeaderTellsNone
   }
 }
 
+TEST_F(RemuxFragmentedTest, SoundInTheMovieBoxConsistsOfKeySamplesLikeThatInFragments) {
+  Movie movie = SmallFragmentedMovie();
+  movie.tracks[1].samples = SomeSamples(4, 20, 3);
+  const Bytes file = BuildMovie(movie).bytes + SmallFragments(80);
+  ASSERT_EQ(Copy(file, {"--fragmented"}).exitCode, 0);
+  const DocumentContent copy = ReadCopy();
+  ASSERT_EQ(copy.tracks[1].samples.size(), 14u);
+  for (const SampleContent& sample : copy.tracks[1].samples) EXPECT_EQ(sample.info.flags, 1u);
+  EXPECT_EQ(copy.tracks[0].samples[1].info.flags, 0u);
+}
+
 TEST_F(RemuxFragmentedTest, FragmentsThatBeginLateStartAt0) {
   const Bytes file = BuildMovie(SmallFragmentedMovie()).bytes + SmallFragments(100000);
   ASSERT_EQ(Copy(file, {}).exitCode, 0);
