@@ -34,8 +34,10 @@ bool DeliversMedia(SampleWalk walk) {
   return false;
 }
 
+// A time without a scale is neither before nor behind any other.
 bool IsBefore(const QiroK7MSampleInfo& info, MediaTime time) {
-  return info.timeScale != 0 && IsEarlier({info.timeStamp, info.timeScale}, time);
+  if (info.timeScale == 0 || time.scale == 0) return false;
+  return IsEarlier({info.timeStamp, info.timeScale}, time);
 }
 
 }  // namespace

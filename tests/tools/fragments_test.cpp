@@ -94,6 +94,17 @@ TEST_F(FragmentsTest, AnEditListThatShowsSomethingIsApplied) {
   EXPECT_EQ(OrderOf(file, {"--from", "0.04", "--to", "0.08"}), "-1:0 2:40 1:50 2:60");
 }
 
+TEST_F(FragmentsTest, ATrackWithoutATimeScaleDoesNotDisturbTheOthers) {
+  Movie movie = SmallFragmentedMovie();
+  movie.tracks[0].edits = {{.segmentDuration = 80, .mediaTime = 0}};
+  movie.tracks[1].timeScale = 0;
+  const Bytes file = BuildMovie(movie).bytes + SmallFragments();
+  const RunResult result = RunOn(file, "samples", {"--csv", "--from", "0", "--to", "0.1"});
+  EXPECT_EQ(result.exitCode, 0) << result;
+  EXPECT_NE(result.out.find("\n1,40,1000,"), std::string::npos) << result;
+  EXPECT_NE(result.out.find("\n2,180,0,"), std::string::npos) << result;
+}
+
 TEST_F(FragmentsTest, AnEditListThatShowsNothingIsPassedOverAndNamed) {
   const Bytes file = WithEdits(
       {{.segmentDuration = 50, .mediaTime = -1}, {.segmentDuration = 0, .mediaTime = 40}});
