@@ -30,9 +30,15 @@ QiroK7MDocInfo InfoForCopy(const Document& document, const RemuxRules& rules) {
   return info;
 }
 
+// A flag without a value is told as "true".
+std::optional<MediaTime> ParseLength(const std::string& text) {
+  constexpr MediaTime kUsualLength = {1, 1};
+  return text == "true" ? kUsualLength : ParseSeconds(text);
+}
+
 // Says what is wrong with a length, or nothing.
 std::string CheckLength(const std::string& text) {
-  const std::optional<MediaTime> length = ParseSeconds(text);
+  const std::optional<MediaTime> length = ParseLength(text);
   if (!length) return "not a number of seconds: " + text;
   return length->value == 0 ? "a fragment must have a length" : "";
 }
@@ -40,7 +46,7 @@ std::string CheckLength(const std::string& text) {
 RemuxRules RulesOf(const RemuxOptions& options) {
   RemuxRules rules;
   rules.edits = options.editRule;
-  if (!options.fragmentLength.empty()) rules.fragmentLength = ParseSeconds(options.fragmentLength);
+  if (!options.fragmentLength.empty()) rules.fragmentLength = ParseLength(options.fragmentLength);
   return rules;
 }
 
@@ -109,9 +115,10 @@ void AddRemuxCommand(CLI::App& program, Action& chosen) {
       ->type_name("RULE")
       ->transform(CLI::CheckedTransformer(rules, CLI::ignore_case).description(""));
   command
-      ->add_flag("--fragmented{1}", options->fragmentLength,
-                 "Write a fragmented document; a fragment lasts at least 1 second, or "
-                 "--fragmented=SECONDS, and begins at a key sample of the first video track")
+      ->add_flag("--fragmented", options->fragmentLength,
+                 "Write a fragmented document; a fragment lasts at least a second, with "
+                 "--fragmented=SECONDS as long as that, and begins at a key sample of the first "
+                 "video track")
       ->check(CheckLength);
   CLI::Option* metadata =
       command
