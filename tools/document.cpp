@@ -9,10 +9,19 @@ Document::Document(const InputOptions& options)
   const QiroK7MIStreamCallBacks stream = file_.CallBacks();
   const QiroK7MWarningHandlerCallBacks warning = warnings_.CallBacks();
   const QiroK7MAllocatorCallBacks allocator;
+  // Most fragmented files need both rules; to other files they mean nothing.
+  const QiroK7MReadOptions rules{sizeof rules,
+                                 kQiroK7MReadBaseDataOffsets | kQiroK7MReadStartTimes};
   QiroK7MReader* reader = nullptr;
-  Check(QiroK7MDocOpenForRead(&stream, &warning, &allocator, &reader));
+  Check(QiroK7MDocOpenForReadWithOptions(&stream, &warning, &allocator, &rules, &reader));
   reader_.reset(reader);
   ListTracks();
+}
+
+// A document without a movie header tells nothing; whoever needs the header says so.
+bool Document::IsFragmented() const {
+  QiroK7MDocInfo info{};
+  return QiroK7MReaderGetDocInfo(Reader(), &info) == kQiroK7MErrorNone && info.isFragmented != 0;
 }
 
 void Document::ListTracks() {
@@ -89,8 +98,16 @@ SampleHandle SampleWalk::Next(QiroK7MSampleInfo* info) {
 }
 
 SampleWalk WalkMediaSamples(const Document& document, const Track& track) {
+  return WalkMediaSamples(document, std::vector<QiroK7MTrack*>{track.handle});
+}
+
+SampleWalk WalkMediaSamples(const Document& document, const std::vector<QiroK7MTrack*>& tracks) {
+  // An array that is not null selects nothing when it is empty; a null one would select everything.
+  QiroK7MTrack* const none = nullptr;
+  QiroK7MTrack* const* const array = tracks.empty() ? &none : tracks.data();
   QiroK7MSampleIterator* iterator = nullptr;
-  document.Check(QiroK7MReaderGetMediaSamples(document.Reader(), &track.handle, 1, &iterator));
+  document.Check(QiroK7MReaderGetMediaSamples(document.Reader(), array,
+                                              static_cast<uint32_t>(tracks.size()), &iterator));
   return SampleWalk(document, iterator);
 }
 

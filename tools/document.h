@@ -48,7 +48,9 @@ struct InputOptions {
   bool isStrict = false;  ///< A warning ends the command.
 };
 
-/// A document that is open for reading. Every failure is thrown with the file's name.
+/// A document that is open for reading. Every failure is thrown with the file's name. In a
+/// fragmented one, data offsets and start times follow the standard, so that samples are where and
+/// when other programs find them.
 class Document {
  public:
   explicit Document(const InputOptions& options);
@@ -57,6 +59,7 @@ class Document {
 
   QiroK7MReader* Reader() const { return reader_.get(); }
   const FileStream& File() const { return file_; }
+  bool IsFragmented() const;
   const std::vector<Track>& Tracks() const { return tracks_; }
   /// Throws when there is no such track.
   const Track& TrackByNumber(uint32_t number) const;
@@ -98,6 +101,8 @@ class SampleWalk {
 
 /// The samples of a track as they lie in the file.
 SampleWalk WalkMediaSamples(const Document& document, const Track& track);
+/// The same for several tracks of the document, merged by time.
+SampleWalk WalkMediaSamples(const Document& document, const std::vector<QiroK7MTrack*>& tracks);
 /// The bytes of a sample, in a buffer that grows as needed and is otherwise used again.
 void CopySample(const Document& document, QiroK7MSample* sample, const QiroK7MSampleInfo& info,
                 std::vector<uint8_t>* buffer);

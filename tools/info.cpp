@@ -1,10 +1,12 @@
 /// `k7m info`: what a document and its tracks say about themselves.
 #include "info_facts.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "command.h"
 #include "document.h"
+#include "fragment_count.h"
 #include "messages.h"
 
 namespace qiro::k7m::tool {
@@ -34,43 +36,80 @@ DescriptionFacts DescriptionOf(const Document& document, QiroK7MSampleDescriptor
   return facts;
 }
 
+// What is learnt from walking over all samples of a track.
+struct SampleSums {
+  uint64_t count = 0;
+  uint64_t byteCount = 0;
+  MediaTime first;
+  MediaTime last;
+  uint64_t lastStep = 0;  // Between the last two samples.
+
+  void Add(const QiroK7MSampleInfo& info) {
+    const uint64_t time = info.timeStamp;
+    lastStep = count > 0 && time > last.value ? time - last.value : 0;
+    last = {time, info.timeScale};
+    if (count == 0) first = last;
+    ++count;
+    byteCount += info.sampleSize;
+  }
+};
+
 // Bits per second over the time that the samples span. The last sample's own duration is not told;
 // it is taken to be the average of the others.
-std::optional<double> BitRate(const Track& track, uint64_t sampleCount, uint64_t byteCount,
-                              MediaTime first, MediaTime last) {
+std::optional<double> BitRate(const Track& track, const SampleSums& sums) {
   double seconds = Seconds({track.info.duration, track.info.timeScale});
-  if (sampleCount > 1) {
-    const auto count = static_cast<double>(sampleCount);
-    seconds = (Seconds(last) - Seconds(first)) * count / (count - 1);
+  if (sums.count > 1) {
+    const auto count = static_cast<double>(sums.count);
+    seconds = (Seconds(sums.last) - Seconds(sums.first)) * count / (count - 1);
   }
-  if (sampleCount == 0 || seconds <= 0) return std::nullopt;
-  return static_cast<double>(byteCount) * 8 / seconds;
+  if (sums.count == 0 || seconds <= 0) return std::nullopt;
+  return static_cast<double>(sums.byteCount) * 8 / seconds;
+}
+
+std::optional<uint64_t> DurationOfSamples(const Document& document, const Track& track,
+                                          const SampleSums& sums) {
+  if (!document.IsFragmented() || sums.count == 0) return std::nullopt;
+  if (sums.last.value < sums.first.value) return std::nullopt;
+  const uint64_t toLast = sums.last.value - sums.first.value;
+  if (toLast < track.info.duration) return std::nullopt;
+  return toLast + sums.lastStep;
 }
 
 void CountSamples(const Document& document, const Track& track, TrackFacts* facts) {
-  document.Check(QiroK7MTrackGetSampleCount(track.handle, &facts->sampleCount.emplace()));
-  ProgressBar progress(*facts->sampleCount);
+  uint32_t sampleCount = 0;
+  document.Check(QiroK7MTrackGetSampleCount(track.handle, &sampleCount));
+  facts->sampleCount = sampleCount;
+  ProgressBar progress(sampleCount);
   SampleWalk walk = WalkMediaSamples(document, track);
-  uint64_t byteCount = 0;
-  uint64_t sampleCount = 0;
-  MediaTime first;
-  MediaTime last;
+  SampleSums sums;
   QiroK7MSampleInfo info;
   while (walk.Next(&info)) {
-    last = {info.timeStamp, info.timeScale};
-    if (sampleCount == 0) first = last;
-    ++sampleCount;
-    byteCount += info.sampleSize;
+    sums.Add(info);
     // Counts in a file can promise what would take hours to walk.
-    if (byteCount > document.File().Length() || sampleCount > document.File().Length()) {
-      PrintMessage(document.File().Path() + ": track " + std::to_string(track.number) +
-                   ": more sample data than the file holds; not counted");
+    if (sums.byteCount > document.File().Length() || sums.count > document.File().Length()) {
+      PrintTrackMessage(document.File().Path(), track.number,
+                        "more sample data than the file holds; not counted");
       return;
     }
     progress.Advance();
   }
-  facts->byteCount = byteCount;
-  facts->bitRate = BitRate(track, sampleCount, byteCount, first, last);
+  facts->byteCount = sums.byteCount;
+  facts->bitRate = BitRate(track, sums);
+  facts->durationOfSamples = DurationOfSamples(document, track, sums);
+}
+
+// The movie lasts as long as its longest track.
+std::optional<uint64_t> LongestOfSamples(const QiroK7MDocInfo& movie,
+                                         const std::vector<TrackFacts>& tracks) {
+  std::optional<uint64_t> longest;
+  for (const TrackFacts& track : tracks) {
+    if (!track.durationOfSamples || track.info.timeScale == 0) continue;
+    const double inMovieScale = Seconds(track.Duration()) * movie.timeScale + 0.5;
+    if (inMovieScale < 0x1p63) {
+      longest = std::max(longest.value_or(movie.duration), static_cast<uint64_t>(inMovieScale));
+    }
+  }
+  return longest;
 }
 
 TrackFacts FactsOf(const Document& document, const Track& track) {
@@ -104,6 +143,7 @@ void RunInfo(const InfoOptions& options, Output& out) {
     QiroK7MDocInfo info;
     document.Check(QiroK7MReaderGetDocInfo(document.Reader(), &info));
     facts.info = info;
+    if (info.isFragmented != 0) facts.fragmentCount = CountFragments(document.File().Path());
   });
   attempt([&] {
     uint32_t length = 0;
@@ -114,6 +154,7 @@ void RunInfo(const InfoOptions& options, Output& out) {
     facts.tracks.push_back(FactsOf(document, track));
     attempt([&] { CountSamples(document, track, &facts.tracks.back()); });
   }
+  if (facts.info) facts.durationOfSamples = LongestOfSamples(*facts.info, facts.tracks);
   out.Write(options.asJson ? JsonText(InfoJson(facts)) : InfoText(facts));
   if (failure) throw Failure(*failure);
 }

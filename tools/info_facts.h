@@ -28,15 +28,23 @@ struct TrackFacts {
   std::string handlerName;
   uint32_t editCount = 0;
   std::vector<DescriptionFacts> descriptions;
+  // In the track's scale, where the samples of the fragments go on behind the duration that the
+  // header gives. The last sample is taken to last as long as the one before it.
+  std::optional<uint64_t> durationOfSamples;
   // Without a value where the file did not let them be found out.
   std::optional<uint32_t> sampleCount;
   std::optional<uint64_t> byteCount;
   std::optional<double> bitRate;
+
+  MediaTime Duration() const { return {durationOfSamples.value_or(info.duration), info.timeScale}; }
 };
 
 struct DocumentFacts {
   std::string path;
   std::optional<QiroK7MDocInfo> info;
+  uint64_t fragmentCount = 0;
+  // In the movie's scale, where a track has one.
+  std::optional<uint64_t> durationOfSamples;
   std::optional<uint32_t> metadataLength;
   std::vector<TrackFacts> tracks;
 };

@@ -16,15 +16,24 @@ std::string DateJson(const QiroK7MDateTime& date) {
   return text;
 }
 
-Json HeaderJson(const QiroK7MDocInfo& info) {
+// Where a duration comes from: the header of a fragmented document may leave the fragments out.
+std::string OriginOf(const std::optional<uint64_t>& durationOfSamples) {
+  return durationOfSamples ? "samples" : "header";
+}
+
+Json HeaderJson(const DocumentFacts& facts) {
+  const QiroK7MDocInfo& info = *facts.info;
+  const uint64_t duration = facts.durationOfSamples.value_or(info.duration);
   return {{"creationTime", DateJson(info.creationTime)},
           {"modificationTime", DateJson(info.modificationTime)},
           {"timeScale", info.timeScale},
-          {"duration", info.duration},
-          {"seconds", Seconds({info.duration, info.timeScale})},
+          {"duration", duration},
+          {"seconds", Seconds({duration, info.timeScale})},
+          {"durationFrom", OriginOf(facts.durationOfSamples)},
           {"playRate", info.playRate},
           {"volume", info.volume},
-          {"isFragmented", info.isFragmented != 0}};
+          {"isFragmented", info.isFragmented != 0},
+          {"fragmentCount", facts.fragmentCount}};
 }
 
 Json DescriptionJson(const DescriptionFacts& facts) {
@@ -60,8 +69,9 @@ Json TrackJson(const TrackFacts& facts) {
           {"creationTime", DateJson(info.creationTime)},
           {"modificationTime", DateJson(info.modificationTime)},
           {"timeScale", info.timeScale},
-          {"duration", info.duration},
-          {"seconds", Seconds({info.duration, info.timeScale})},
+          {"duration", facts.Duration().value},
+          {"seconds", Seconds(facts.Duration())},
+          {"durationFrom", OriginOf(facts.durationOfSamples)},
           {"width", info.width},
           {"height", info.height},
           {"volume", info.volume},
@@ -79,7 +89,7 @@ Json InfoJson(const DocumentFacts& facts) {
   Json tracks = Json::array();
   for (const TrackFacts& track : facts.tracks) tracks.push_back(TrackJson(track));
   return {{"file", facts.path},
-          {"document", facts.info ? HeaderJson(*facts.info) : Json(nullptr)},
+          {"document", facts.info ? HeaderJson(facts) : Json(nullptr)},
           {"metadataLength", OrNull(facts.metadataLength)},
           {"tracks", tracks}};
 }

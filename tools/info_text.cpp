@@ -14,17 +14,28 @@ std::string Line(std::string label, const std::string& value) {
   return "  " + label + value + "\n";
 }
 
-std::string DurationText(MediaTime time) {
-  return SecondsText(time) + " s (" + std::to_string(time.value) + ")";
+// The header of a fragmented document may leave the fragments out.
+std::string DurationText(MediaTime stored, const std::optional<uint64_t>& ofSamples) {
+  const auto text = [](MediaTime time) {
+    return SecondsText(time) + " s (" + std::to_string(time.value) + ")";
+  };
+  if (!ofSamples) return text(stored);
+  return text({*ofSamples, stored.scale}) + " by the samples, " + text(stored) + " by the header";
 }
 
-std::string HeaderText(const QiroK7MDocInfo& info) {
+std::string FragmentText(const DocumentFacts& facts) {
+  if (facts.info->isFragmented == 0) return "no";
+  return "yes, " + CountText(facts.fragmentCount, "fragment");
+}
+
+std::string HeaderText(const DocumentFacts& facts) {
+  const QiroK7MDocInfo& info = *facts.info;
   return Line("created", DateText(info.creationTime)) +
          Line("modified", DateText(info.modificationTime)) +
          Line("time scale", std::to_string(info.timeScale)) +
-         Line("duration", DurationText({info.duration, info.timeScale})) +
+         Line("duration", DurationText({info.duration, info.timeScale}, facts.durationOfSamples)) +
          Line("play rate", NumberText(info.playRate)) + Line("volume", NumberText(info.volume)) +
-         Line("fragmented", info.isFragmented != 0 ? "yes" : "no");
+         Line("fragmented", FragmentText(facts));
 }
 
 std::string DescriptionText(const DescriptionFacts& facts) {
@@ -61,7 +72,7 @@ std::string TrackText(const TrackFacts& facts) {
   text += Line("created", DateText(info.creationTime));
   text += Line("modified", DateText(info.modificationTime));
   text += Line("time scale", std::to_string(info.timeScale));
-  text += Line("duration", DurationText({info.duration, info.timeScale}));
+  text += Line("duration", DurationText({info.duration, info.timeScale}, facts.durationOfSamples));
   text += Line("dimensions", NumberText(info.width) + " x " + NumberText(info.height));
   text += Line("volume", NumberText(info.volume));
   for (size_t i = 0; i < facts.descriptions.size(); ++i) {
@@ -80,7 +91,7 @@ std::string TrackText(const TrackFacts& facts) {
 
 std::string InfoText(const DocumentFacts& facts) {
   std::string text = Printable(facts.path) + "\n";
-  if (facts.info) text += HeaderText(*facts.info);
+  if (facts.info) text += HeaderText(facts);
   text +=
       Line("metadata", facts.metadataLength ? CountText(*facts.metadataLength, "byte") : "unknown");
   for (const TrackFacts& track : facts.tracks) text += TrackText(track);

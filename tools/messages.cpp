@@ -32,6 +32,10 @@ void PrintMessage(const std::string& text) {
   std::fprintf(stderr, "k7m: %s\n", Printable(text).c_str());
 }
 
+void PrintTrackMessage(const std::string& path, uint32_t track, const std::string& text) {
+  PrintMessage(path + ": track " + std::to_string(track) + ": " + text);
+}
+
 ProgressBar::ProgressBar(uint64_t total, Unit unit)
     : total_(isatty(STDERR_FILENO) != 0 ? total : 0),
       unit_(unit),

@@ -11,6 +11,9 @@ namespace qiro::k7m::tool {
 /// Prints "k7m: text" and a line end. Control characters are shown as \xNN.
 void PrintMessage(const std::string& text);
 
+/// Prints "k7m: path: track N: text" and a line end.
+void PrintTrackMessage(const std::string& path, uint32_t track, const std::string& text);
+
 /// What a progress bar counts.
 enum class Unit { kSteps, kBytes };
 

@@ -17,7 +17,7 @@ QiroK7MDataBuffer BufferOf(std::vector<uint8_t>* bytes, size_t size) {
 }  // namespace
 
 MovieWriter::MovieWriter(int descriptor, std::string name, const QiroK7MDocInfo& info)
-    : name_(std::move(name)), stream_(descriptor) {
+    : name_(std::move(name)), isFragmented_(info.isFragmented != 0), stream_(descriptor) {
   const QiroK7MIOStreamCallBacks stream = stream_.CallBacks();
   const QiroK7MAllocatorCallBacks allocator;
   QiroK7MWriter* writer = nullptr;
@@ -34,8 +34,10 @@ void MovieWriter::AddTrack(const Document& document, const TrackPlan& plan) {
   entries.maxCodecHeaderDataLength = plan.longestHeader;
   std::vector<char> name(source.info.handlerNameLength);
   if (!name.empty()) document.Check(QiroK7MReaderCopyHandlerName(source.handle, name.data()));
+  QiroK7MTrackInfo info = source.info;
+  if (isFragmented_) info.trackFlags = 0;
   OutputTrack track;
-  Check(QiroK7MWriterAddTrack(writer_.get(), &source.info, &entries, plan.sampleCount, name.data(),
+  Check(QiroK7MWriterAddTrack(writer_.get(), &info, &entries, plan.sampleCount, name.data(),
                               &track.handle));
   for (QiroK7MSampleDescriptor* descriptor : source.descriptors) {
     track.descriptions.push_back(AddDescription(document, track.handle, descriptor));
@@ -86,6 +88,8 @@ void MovieWriter::AddSample(size_t track, size_t description, const QiroK7MSampl
   QiroK7MDataBuffer buffer = BufferOf(bytes, info.sampleSize);
   Check(QiroK7MWriterAddSample(writer_.get(), target.handle, &info, &buffer));
 }
+
+void MovieWriter::Flush() { Check(QiroK7MWriterFlush(writer_.get())); }
 
 void MovieWriter::Close() { Check(QiroK7MCloseWriter(writer_.get())); }
 

@@ -25,13 +25,16 @@ class MovieWriter {
   MovieWriter(const MovieWriter&) = delete;
   MovieWriter& operator=(const MovieWriter&) = delete;
 
-  /// Adds a track like the planned one, with its descriptions.
+  /// Adds a track like the planned one, with its descriptions. Fragments have no place for the
+  /// dependencies of samples.
   void AddTrack(const Document& document, const TrackPlan& plan);
   void SetMetadata(std::vector<uint8_t> packet);
   /// Adds a sample to a track, counted from 0 in the order of AddTrack().
   /// @param description  of the track, from 0; ignored for gaps
   void AddSample(size_t track, size_t description, const QiroK7MSampleInfo& info,
                  std::vector<uint8_t>* bytes);
+  /// Ends the fragment that is open.
+  void Flush();
   /// Everything is in the file after this.
   void Close();
 
@@ -47,6 +50,7 @@ class MovieWriter {
   void Check(QiroK7MError code) const;
 
   std::string name_;
+  bool isFragmented_;
   FileIoStream stream_;
   std::unique_ptr<QiroK7MWriter, Releaser<QiroK7MDestroyWriter>> writer_;
   std::vector<OutputTrack> tracks_;

@@ -17,19 +17,37 @@ struct RemuxOptions {
   InputOptions input;
   std::string outputPath;
   EditRule editRule = EditRule::kKeep;
-  std::string metadataPath;  // Empty: the document's own packet.
+  std::string fragmentLength;  // In seconds; empty: the copy is a plain document.
+  std::string metadataPath;    // Empty: the document's own packet.
   bool dropsMetadata = false;
   bool mayReplace = false;
 };
 
-QiroK7MDocInfo InfoForCopy(const Document& document) {
+QiroK7MDocInfo InfoForCopy(const Document& document, const RemuxRules& rules) {
   QiroK7MDocInfo info;
   document.Check(QiroK7MReaderGetDocInfo(document.Reader(), &info));
-  if (info.isFragmented != 0) {
-    throw FileFailure(document.File().Path(),
-                      "the file is fragmented; this version copies plain files only");
-  }
+  info.isFragmented = rules.fragmentLength ? 1 : 0;
   return info;
+}
+
+// A flag without a value is told as "true".
+std::optional<MediaTime> ParseLength(const std::string& text) {
+  constexpr MediaTime kUsualLength = {1, 1};
+  return text == "true" ? kUsualLength : ParseSeconds(text);
+}
+
+// Says what is wrong with a length, or nothing.
+std::string CheckLength(const std::string& text) {
+  const std::optional<MediaTime> length = ParseLength(text);
+  if (!length) return "not a number of seconds: " + text;
+  return length->value == 0 ? "a fragment must have a length" : "";
+}
+
+RemuxRules RulesOf(const RemuxOptions& options) {
+  RemuxRules rules;
+  rules.edits = options.editRule;
+  if (!options.fragmentLength.empty()) rules.fragmentLength = ParseLength(options.fragmentLength);
+  return rules;
 }
 
 std::vector<uint8_t> ReadPacket(const std::string& path) {
@@ -61,18 +79,19 @@ void RunRemux(const RemuxOptions& options, Output&) {
   if (options.outputPath == "-") {
     throw UsageFailure("remux writes in several places and needs a file, not the standard output");
   }
+  const RemuxRules rules = RulesOf(options);
   const Document document(options.input);
   RefuseToOverwrite(document.File(), options.outputPath);
-  const QiroK7MDocInfo info = InfoForCopy(document);
+  const QiroK7MDocInfo info = InfoForCopy(document, rules);
   ReplacementFile file(options.outputPath, options.mayReplace
                                                ? ReplacementFile::Target::kMayBeReplaced
                                                : ReplacementFile::Target::kMustBeNew);
   const std::vector<uint8_t> packet = ChoosePacket(document, options);
-  const std::vector<TrackPlan> plans = PlanRemux(document, options.editRule);
+  const RemuxPlan plan = PlanRemux(document, rules);
   MovieWriter writer(file.Descriptor(), options.outputPath, info);
-  for (const TrackPlan& plan : plans) writer.AddTrack(document, plan);
+  for (const TrackPlan& track : plan.tracks) writer.AddTrack(document, track);
   if (!packet.empty()) writer.SetMetadata(packet);
-  CopySamples(document, options.editRule, plans, &writer);
+  CopySamples(document, plan, &writer);
   writer.Close();
   file.Commit();
 }
@@ -95,6 +114,12 @@ void AddRemuxCommand(CLI::App& program, Action& chosen) {
                    "what the edit lists leave of them")
       ->type_name("RULE")
       ->transform(CLI::CheckedTransformer(rules, CLI::ignore_case).description(""));
+  command
+      ->add_flag("--fragmented", options->fragmentLength,
+                 "Write a fragmented document; a fragment lasts at least a second, with "
+                 "--fragmented=SECONDS as long as that, and begins at a key sample of the first "
+                 "video track")
+      ->check(CheckLength);
   CLI::Option* metadata =
       command
           ->add_option("--metadata", options->metadataPath,

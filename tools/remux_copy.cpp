@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <optional>
 
 #include "media_types.h"
 #include "messages.h"
@@ -9,29 +10,25 @@
 namespace qiro::k7m::tool {
 namespace {
 
-// Tracks with samples of the same time go in the order in which players want them.
-int Rank(uint32_t mediaType) {
-  if (mediaType == kVideo) return 0;
-  return mediaType == kSound ? 1 : 2;
-}
-
 class SampleCopy {
  public:
-  SampleCopy(const Document& document, EditRule rule, const std::vector<TrackPlan>& plans,
-             MovieWriter* writer)
+  SampleCopy(const Document& document, const std::vector<TrackPlan>& plans, MovieWriter* writer)
       : document_(document), plans_(plans), writer_(writer), progress_(Total(plans), Unit::kBytes) {
     for (size_t i = 0; i < plans.size(); ++i) {
-      sources_.emplace_back(document, *plans[i].track, rule, plans[i].layout);
+      sources_.emplace_back(document, *plans[i].track, plans[i].layout);
       order_.push_back(i);
     }
     std::stable_sort(order_.begin(), order_.end(), [&plans](size_t a, size_t b) {
-      return Rank(plans[a].track->info.mediaType) < Rank(plans[b].track->info.mediaType);
+      return RankOf(plans[a].track->info.mediaType) < RankOf(plans[b].track->info.mediaType);
     });
   }
 
-  void Run() {
-    while (const size_t* track = EarliestTrack()) CopyRun(*track);
-    for (size_t i = 0; i < plans_.size(); ++i) EndTrack(i);
+  void CopyUntil(const std::optional<MediaTime>& limit) {
+    for (;;) {
+      const size_t* track = EarliestTrack();
+      if (track == nullptr || !IsBefore(*track, limit)) return;
+      CopyRun(*track, limit);
+    }
   }
 
  private:
@@ -53,13 +50,19 @@ class SampleCopy {
     return earliest;
   }
 
-  void CopyRun(size_t track) {
+  bool IsBefore(size_t track, const std::optional<MediaTime>& limit) const {
+    return !limit || IsEarlier(sources_[track].Time(), *limit);
+  }
+
+  void CopyRun(size_t track, const std::optional<MediaTime>& limit) {
     TrackSource& source = sources_[track];
     const uint64_t end = source.Info().timeStamp + std::max(source.Info().timeScale / 2, 1U);
     do {
       CopyOne(track);
       source.Advance();
-    } while (source.HasSample() && source.Info().timeStamp < end);
+    } while (source.HasSample() && source.Info().timeStamp < end && IsBefore(track, limit));
+    // Now, while the fragment of the last sample is open and can still be told how long that lasts.
+    if (!source.HasSample()) EndTrack(track);
   }
 
   void CopyOne(size_t track) {
@@ -71,7 +74,7 @@ class SampleCopy {
     }
     lastTimes_[track] = info.timeStamp;
     if (info.sampleSize == 0) return;  // Told when the copy was planned.
-    if (!plans_[track].hasKeySample) info.flags |= kQiroK7MSampleFlagKey;
+    if (plans_[track].isAllKey) info.flags |= kQiroK7MSampleFlagKey;
     CopySample(document_, source.Sample(), info, &bytes_);
     writer_->AddSample(track, DescriptionOf(track), info, &bytes_);
     progress_.Advance(info.sampleSize);
@@ -94,7 +97,7 @@ class SampleCopy {
     const TrackPlan& plan = plans_[track];
     constexpr uint64_t kLongestStep = 0xFFFFFFFF;
     const uint64_t end = plan.layout.end;
-    if (plan.sampleCount == 0 || end <= lastTimes_[track]) return;
+    if (end <= lastTimes_[track]) return;
     if (end - lastTimes_[track] > kLongestStep) return;
     QiroK7MSampleInfo gap{};
     gap.size = sizeof gap;
@@ -117,9 +120,13 @@ class SampleCopy {
 
 }  // namespace
 
-void CopySamples(const Document& document, EditRule rule, const std::vector<TrackPlan>& plans,
-                 MovieWriter* writer) {
-  SampleCopy(document, rule, plans, writer).Run();
+void CopySamples(const Document& document, const RemuxPlan& plan, MovieWriter* writer) {
+  SampleCopy copy(document, plan.tracks, writer);
+  for (const MediaTime& cut : plan.cuts) {
+    copy.CopyUntil(cut);
+    writer->Flush();
+  }
+  copy.CopyUntil(std::nullopt);
 }
 
 }  // namespace qiro::k7m::tool

@@ -2,8 +2,6 @@
 /// Copies the samples of all tracks, interleaved.
 #pragma once
 
-#include <vector>
-
 #include "movie_writer.h"
 #include "remux_plan.h"
 
@@ -11,8 +9,8 @@ namespace qiro::k7m::tool {
 
 /// Copies the planned samples in decode order, about half a second of a track at a time, so that a
 /// track's samples lie together and a player still finds all tracks close by. Every track is walked
-/// by itself and nothing is held back: one sample at a time is in memory.
-void CopySamples(const Document& document, EditRule rule, const std::vector<TrackPlan>& plans,
-                 MovieWriter* writer);
+/// by itself and nothing is held back: one sample at a time is in memory. At every cut of the plan
+/// a fragment ends: what is earlier lies before it, in all tracks.
+void CopySamples(const Document& document, const RemuxPlan& plan, MovieWriter* writer);
 
 }  // namespace qiro::k7m::tool

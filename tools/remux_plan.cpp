@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "fragment_cuts.h"
 #include "media_types.h"
 #include "messages.h"
 
@@ -9,7 +10,7 @@ namespace qiro::k7m::tool {
 namespace {
 
 void Tell(const Document& document, const Track& track, const std::string& message) {
-  PrintMessage(document.File().Path() + ": track " + std::to_string(track.number) + ": " + message);
+  PrintTrackMessage(document.File().Path(), track.number, message);
 }
 
 // Hint samples name samples of other tracks, and which tracks is not told.
@@ -37,10 +38,54 @@ void CheckIsPlausible(const Document& document, EditRule rule, const TrackPlan& 
   }
 }
 
-void CountSamples(const Document& document, EditRule rule, TrackPlan* plan) {
+// Where the header of a fragmented document does not know of the last sample, that lasts as long as
+// the one before it, and so does the one that is shown last: players end a presentation by the
+// times at which samples are shown.
+class TrackEnd {
+ public:
+  void Add(const QiroK7MSampleInfo& info) {
+    const uint64_t time = info.timeStamp;
+    step_ = hasSample_ && time > last_ ? time - last_ : 0;
+    last_ = time;
+    hasSample_ = true;
+    const auto offset = static_cast<int32_t>(info.compositionOffset);
+    const uint64_t delay = offset > 0 ? static_cast<uint64_t>(offset) : 0;
+    lastShown_ = std::max(lastShown_, time + delay);
+  }
+  uint64_t NotBefore(uint64_t end) const {
+    return hasSample_ && end <= last_ ? lastShown_ + step_ : end;
+  }
+
+ private:
+  bool hasSample_ = false;
+  uint64_t last_ = 0;
+  uint64_t lastShown_ = 0;
+  uint64_t step_ = 0;
+};
+
+// Sound and pictures that are coded one by one usually come without a table of key samples, and are
+// then told to have none. In a fragmented document that is true of the samples in the movie box
+// alone: those in fragments, which come behind them, are told to be key samples.
+class KeyFlags {
+ public:
+  void Add(bool isKey) {
+    isMixed_ = isMixed_ || (hasKey_ && !isKey);
+    hasKey_ = hasKey_ || isKey;
+  }
+  bool IsAllKey(bool isFragmented) const { return !hasKey_ || (isFragmented && !isMixed_); }
+
+ private:
+  bool hasKey_ = false;
+  bool isMixed_ = false;  // Others stand behind a key sample.
+};
+
+// `cuts` may be null.
+void CountSamples(const Document& document, EditRule rule, TrackPlan* plan, FragmentCuts* cuts) {
   bool isWaiting = false;
   uint64_t emptyCount = 0;
-  TrackSource source(document, *plan->track, rule, plan->layout);
+  TrackEnd end;
+  KeyFlags keys;
+  TrackSource source(document, *plan->track, plan->layout);
   for (; source.HasSample(); source.Advance()) {
     const QiroK7MSampleInfo& info = source.Info();
     if (IsGap(info)) {
@@ -52,26 +97,49 @@ void CountSamples(const Document& document, EditRule rule, TrackPlan* plan) {
       isWaiting = false;
       ++plan->sampleCount;
       plan->byteCount += info.sampleSize;
-      plan->hasKeySample = plan->hasKeySample || IsKey(info);
+      keys.Add(IsKey(info));
+      end.Add(info);
+      if (cuts != nullptr) cuts->Add(source.Time(), IsKey(info));
       CheckIsPlausible(document, rule, *plan);
     }
   }
+  plan->isAllKey = keys.IsAllKey(document.IsFragmented());
+  if (document.IsFragmented()) plan->layout.end = end.NotBefore(plan->layout.end);
   if (emptyCount == 0) return;
   Tell(document, *plan->track, std::to_string(emptyCount) + " samples without bytes are left out");
 }
 
-}  // namespace
-
-std::vector<TrackPlan> PlanRemux(const Document& document, EditRule rule) {
-  const std::vector<Track>& tracks = document.Tracks();
+std::vector<bool> FindUsedTracks(const Document& document) {
   std::vector<bool> isUsed;
-  for (const Track& track : tracks) {
+  for (const Track& track : document.Tracks()) {
     uint32_t count = 0;
     document.Check(QiroK7MTrackGetSampleCount(track.handle, &count));
     isUsed.push_back(CanBeCopied(track) && count > 0);
   }
-  std::vector<TrackLayout> layouts = LayOutTracks(document, rule, isUsed);
-  std::vector<TrackPlan> plans;
+  return isUsed;
+}
+
+// Fragments are cut where the first video track can be, without one where the first track can be.
+const Track* FindLeadingTrack(const Document& document, const std::vector<bool>& isUsed) {
+  const Track* leading = nullptr;
+  for (const Track& track : document.Tracks()) {
+    if (!isUsed[track.number - 1]) continue;
+    if (track.info.mediaType == kVideo) return &track;
+    if (leading == nullptr) leading = &track;
+  }
+  return leading;
+}
+
+}  // namespace
+
+RemuxPlan PlanRemux(const Document& document, const RemuxRules& rules) {
+  const std::vector<Track>& tracks = document.Tracks();
+  const std::vector<bool> isUsed = FindUsedTracks(document);
+  std::vector<TrackLayout> layouts = LayOutTracks(document, rules.edits, isUsed);
+  std::optional<FragmentCuts> cuts;
+  if (rules.fragmentLength) cuts.emplace(*rules.fragmentLength);
+  const Track* leading = cuts ? FindLeadingTrack(document, isUsed) : nullptr;
+  RemuxPlan result;
   for (size_t i = 0; i < tracks.size(); ++i) {
     if (!CanBeCopied(tracks[i])) {
       Tell(document, tracks[i], "hint tracks are left out");
@@ -81,10 +149,12 @@ std::vector<TrackPlan> PlanRemux(const Document& document, EditRule rule) {
     plan.track = &tracks[i];
     plan.layout = std::move(layouts[i]);
     plan.longestHeader = LongestHeader(document, tracks[i]);
-    if (isUsed[i]) CountSamples(document, rule, &plan);
-    plans.push_back(std::move(plan));
+    const bool isLeading = &tracks[i] == leading;
+    if (isUsed[i]) CountSamples(document, rules.edits, &plan, isLeading ? &*cuts : nullptr);
+    if (isLeading) result.cuts = cuts->Take(tracks[i].info.mediaType == kVideo);
+    result.tracks.push_back(std::move(plan));
   }
-  return plans;
+  return result;
 }
 
 }  // namespace qiro::k7m::tool

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "document.h"
@@ -18,11 +19,24 @@ struct TrackPlan {
   uint32_t gapCount = 0;       ///< Waits that media follows.
   uint32_t longestHeader = 0;  ///< Bytes of the longest codec header.
   uint64_t byteCount = 0;      ///< Of all samples.
-  bool hasKeySample = false;   ///< Otherwise every sample can be decoded on its own.
+  bool isAllKey = false;       ///< Every sample can be decoded on its own, whatever its flags.
+};
+
+/// What the user wants of the copy.
+struct RemuxRules {
+  EditRule edits = EditRule::kKeep;
+  /// The least length of a fragment; none: the copy is a plain document.
+  std::optional<MediaTime> fragmentLength;
+};
+
+struct RemuxPlan {
+  std::vector<TrackPlan> tracks;
+  /// Where a fragment ends and the next one begins, in order.
+  std::vector<MediaTime> cuts;
 };
 
 /// Walks over all samples, without their bytes, and tells what each track needs. Tracks that cannot
 /// be copied are named in a message and left out.
-std::vector<TrackPlan> PlanRemux(const Document& document, EditRule rule);
+RemuxPlan PlanRemux(const Document& document, const RemuxRules& rules);
 
 }  // namespace qiro::k7m::tool

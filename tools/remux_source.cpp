@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "presentation.h"
+
 namespace qiro::k7m::tool {
 namespace {
 
@@ -14,6 +16,7 @@ constexpr int64_t kEmptyEdit = -1;
 struct TrackStart {
   int64_t start =
       0;  // Of media time 0, in the track's scale. Negative where an edit skips a begin.
+  int64_t firstTime = 0;  // Media time of the first sample; 0 but where fragments say otherwise.
   std::vector<InnerGap> gaps;
 };
 
@@ -85,6 +88,14 @@ TrackStart StartOf(const Document& document, const Track& track, uint32_t movieS
   return result;
 }
 
+// Only the first fragment can start at another time than 0.
+int64_t FirstTimeOf(const Document& document, const Track& track) {
+  QiroK7MSampleInfo info;
+  if (!document.IsFragmented() || !WalkMediaSamples(document, track).Next(&info)) return 0;
+  if (info.timeStamp > static_cast<uint64_t>(kLatestTime)) FailAsTooLate(document, track);
+  return static_cast<int64_t>(info.timeStamp);
+}
+
 double Seconds(int64_t value, uint32_t scale) {
   return scale == 0 ? 0.0 : static_cast<double>(value) / scale;
 }
@@ -102,11 +113,12 @@ Shift FindShift(const Document& document, const std::vector<TrackStart>& starts,
   int64_t earliest = 0;
   for (size_t i = 0; i < starts.size(); ++i) {
     const Track& track = document.Tracks()[i];
-    const bool isEarlier = first == nullptr || Seconds(starts[i].start, track.info.timeScale) <
+    const int64_t start = starts[i].start + starts[i].firstTime;
+    const bool isEarlier = first == nullptr || Seconds(start, track.info.timeScale) <
                                                    Seconds(earliest, first->info.timeScale);
     if (!isUsed[i] || !isEarlier) continue;
     first = &track;
-    earliest = starts[i].start;
+    earliest = start;
   }
   if (first == nullptr || first->info.timeScale == 0) return {};
   return {-earliest, first->info.timeScale};
@@ -118,13 +130,21 @@ std::vector<TrackLayout> LayOutTracks(const Document& document, EditRule rule,
                                       const std::vector<bool>& isUsed) {
   const std::vector<Track>& tracks = document.Tracks();
   std::vector<TrackLayout> layouts(tracks.size());
-  for (size_t i = 0; i < tracks.size(); ++i) layouts[i].end = tracks[i].info.duration;
+  for (size_t i = 0; i < tracks.size(); ++i) {
+    layouts[i].end = tracks[i].info.duration;
+    if (rule == EditRule::kApply && isUsed[i]) {
+      layouts[i].isMedia = IsPresentedAsMedia(document, tracks[i]);
+    }
+  }
   if (rule == EditRule::kApply) return layouts;
   QiroK7MDocInfo movie;
   document.Check(QiroK7MReaderGetDocInfo(document.Reader(), &movie));
   std::vector<TrackStart> starts;
   starts.reserve(tracks.size());
-  for (const Track& track : tracks) starts.push_back(StartOf(document, track, movie.timeScale));
+  for (size_t i = 0; i < tracks.size(); ++i) {
+    starts.push_back(StartOf(document, tracks[i], movie.timeScale));
+    if (isUsed[i]) starts[i].firstTime = FirstTimeOf(document, tracks[i]);
+  }
   const Shift shift = FindShift(document, starts, isUsed);
   const auto magnitude = static_cast<uint64_t>(shift.value < 0 ? -shift.value : shift.value);
   for (size_t i = 0; i < tracks.size(); ++i) {
@@ -133,7 +153,7 @@ std::vector<TrackLayout> LayOutTracks(const Document& document, EditRule rule,
         Rescale(document, tracks[i], magnitude, shift.scale, tracks[i].info.timeScale);
     const int64_t moved = shift.value < 0 ? -distance : distance;
     // Below 0 only where the tracks' scales round differently.
-    layouts[i].start = static_cast<uint64_t>(std::max<int64_t>(starts[i].start + moved, 0));
+    layouts[i].start = std::max(starts[i].start + moved, -starts[i].firstTime);
     layouts[i].gaps = std::move(starts[i].gaps);
     const auto end =
         static_cast<int64_t>(std::min(layouts[i].end, static_cast<uint64_t>(kLatestTime)));
@@ -144,8 +164,8 @@ std::vector<TrackLayout> LayOutTracks(const Document& document, EditRule rule,
 
 namespace {
 
-SampleWalk WalkSamples(const Document& document, const Track& track, EditRule rule) {
-  if (rule == EditRule::kKeep) return WalkMediaSamples(document, track);
+SampleWalk WalkSamples(const Document& document, const Track& track, const TrackLayout& layout) {
+  if (layout.isMedia) return WalkMediaSamples(document, track);
   QiroK7MSampleIterator* iterator = nullptr;
   document.Check(
       QiroK7MReaderGetAllSamplesByTracks(document.Reader(), &track.handle, 1, &iterator));
@@ -154,12 +174,11 @@ SampleWalk WalkSamples(const Document& document, const Track& track, EditRule ru
 
 }  // namespace
 
-TrackSource::TrackSource(const Document& document, const Track& track, EditRule rule,
-                         const TrackLayout& layout)
+TrackSource::TrackSource(const Document& document, const Track& track, const TrackLayout& layout)
     : document_(document),
       track_(track),
       layout_(layout),
-      walk_(WalkSamples(document, track, rule)) {
+      walk_(WalkSamples(document, track, layout)) {
   Fetch();
 }
 
@@ -194,7 +213,9 @@ void TrackSource::Place() {
 uint64_t TrackSource::Shifted(uint64_t mediaTime) const {
   constexpr auto kLatest = static_cast<uint64_t>(kLatestTime);
   if (mediaTime > kLatest || gapTotal_ > kLatest) FailAsTooLate(document_, track_);
-  return mediaTime + layout_.start + gapTotal_;
+  // Only where the times of fragments go back can a sample lie before the first one.
+  const int64_t moved = std::max<int64_t>(static_cast<int64_t>(mediaTime) + layout_.start, 0);
+  return static_cast<uint64_t>(moved) + gapTotal_;
 }
 
 bool IsGap(const QiroK7MSampleInfo& info) {

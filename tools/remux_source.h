@@ -25,7 +25,8 @@ struct InnerGap {
 
 /// Where a track of the copy has its samples. Times are in the track's scale.
 struct TrackLayout {
-  uint64_t start = 0;          ///< Added to every media time.
+  bool isMedia = true;         ///< Whether they come from the media timeline.
+  int64_t start = 0;           ///< Added to every time; none becomes negative.
   std::vector<InnerGap> gaps;  ///< By media time.
   uint64_t end = 0;  ///< Of the presentation, as far as the edit list or the header tell it.
 };
@@ -38,8 +39,7 @@ std::vector<TrackLayout> LayOutTracks(const Document& document, EditRule rule,
 /// Walks over a track as it is copied.
 class TrackSource {
  public:
-  TrackSource(const Document& document, const Track& track, EditRule rule,
-              const TrackLayout& layout);
+  TrackSource(const Document& document, const Track& track, const TrackLayout& layout);
 
   /// Whether Info() and the rest speak of a sample; otherwise the track has ended.
   bool HasSample() const { return hasSample_; }

@@ -1,18 +1,16 @@
 /// `k7m samples`: one line for each sample, in the order in which the library delivers them.
-#include <limits>
 #include <optional>
 
 #include "command.h"
 #include "document.h"
 #include "media_time.h"
 #include "messages.h"
+#include "presentation.h"
 #include "sample_lines.h"
 #include "text_format.h"
 
 namespace qiro::k7m::tool {
 namespace {
-
-constexpr MediaTime kLibraryEnd = {315360000, 1};  // Where the library's own "all samples" ends.
 
 struct SamplesOptions {
   InputOptions input;
@@ -25,46 +23,20 @@ struct SamplesOptions {
   bool asCsv = false;
 };
 
-std::vector<QiroK7MTrack*> SelectTracks(const Document& document, const SamplesOptions& options) {
-  std::vector<QiroK7MTrack*> handles;
+std::vector<const Track*> SelectTracks(const Document& document, const SamplesOptions& options) {
+  std::vector<const Track*> tracks;
   for (const uint32_t number : options.trackNumbers) {
-    handles.push_back(document.TrackByNumber(number).handle);
+    tracks.push_back(&document.TrackByNumber(number));
   }
-  if (!handles.empty()) return handles;
+  if (!tracks.empty()) return tracks;
   for (const Track& track : document.Tracks()) {
     bool isWanted = options.mediaTypes.empty();
     for (const std::string& type : options.mediaTypes) {
       isWanted = isWanted || FourCharacterCode(type) == track.info.mediaType;
     }
-    if (isWanted) handles.push_back(track.handle);
+    if (isWanted) tracks.push_back(&track);
   }
-  return handles;
-}
-
-// On the presentation timeline the library itself finds the begin of the range. A document without
-// a movie header has no scale to fit the times to; the library then says what it thinks of that.
-SampleWalk WalkPresentation(const Document& document, const std::vector<QiroK7MTrack*>& tracks,
-                            std::optional<MediaTime> from, std::optional<MediaTime> to) {
-  QiroK7MDocInfo info{};
-  const bool hasHeader = QiroK7MReaderGetDocInfo(document.Reader(), &info) == kQiroK7MErrorNone;
-  const uint32_t scale = hasHeader ? info.timeScale : 1;
-  const MediaTime start = ShortenedFor(from.value_or(MediaTime{}), scale);
-  const MediaTime end = ShortenedFor(to.value_or(kLibraryEnd), scale);
-  QiroK7MSampleIterator* iterator = nullptr;
-  document.Check(QiroK7MReaderGetSamplesByTracks(document.Reader(), start.scale, start.value,
-                                                 end.scale, end.value, tracks.data(),
-                                                 static_cast<uint32_t>(tracks.size()), &iterator));
-  return SampleWalk(document, iterator);
-}
-
-SampleWalk WalkMedia(const Document& document, const std::vector<QiroK7MTrack*>& tracks) {
-  // An array that is not null selects nothing when it is empty; a null one would select everything.
-  QiroK7MTrack* const none = nullptr;
-  QiroK7MTrack* const* const array = tracks.empty() ? &none : tracks.data();
-  QiroK7MSampleIterator* iterator = nullptr;
-  document.Check(QiroK7MReaderGetMediaSamples(document.Reader(), array,
-                                              static_cast<uint32_t>(tracks.size()), &iterator));
-  return SampleWalk(document, iterator);
+  return tracks;
 }
 
 SampleFacts FactsOf(const Document& document, QiroK7MSample* sample,
@@ -92,12 +64,12 @@ std::optional<MediaTime> TimeOption(const std::string& text) {
   return ParseSeconds(text);
 }
 
-uint64_t CountSamples(const std::vector<QiroK7MTrack*>& tracks) {
+uint64_t CountSamples(const std::vector<const Track*>& tracks) {
   uint64_t sum = 0;
-  for (QiroK7MTrack* track : tracks) {
+  for (const Track* track : tracks) {
     uint32_t count = 0;
     // Only the progress bar depends on it.
-    if (QiroK7MTrackGetSampleCount(track, &count) == kQiroK7MErrorNone) sum += count;
+    if (QiroK7MTrackGetSampleCount(track->handle, &count) == kQiroK7MErrorNone) sum += count;
   }
   return sum;
 }
@@ -107,26 +79,46 @@ SampleForm FormOf(const SamplesOptions& options) {
   return options.asCsv ? SampleForm::kCsv : SampleForm::kTable;
 }
 
-void RunSamples(const SamplesOptions& options, Output& out) {
-  const std::optional<MediaTime> from = TimeOption(options.from);
-  const std::optional<MediaTime> to = TimeOption(options.to);
-  if (from && to && IsEarlier(*to, *from)) throw UsageFailure("--to lies before --from");
-  const Document document(options.input);
-  const std::vector<QiroK7MTrack*> tracks = SelectTracks(document, options);
-  SampleWalk walk =
-      options.asMedia ? WalkMedia(document, tracks) : WalkPresentation(document, tracks, from, to);
+SampleWalk WalkMedia(const Document& document, const std::vector<const Track*>& tracks) {
+  std::vector<QiroK7MTrack*> handles;
+  handles.reserve(tracks.size());
+  for (const Track* track : tracks) handles.push_back(track->handle);
+  return WalkMediaSamples(document, handles);
+}
+
+// Nothing finds the begin of a range on the media timeline; its end belongs to it.
+bool IsInRange(const SampleFacts& facts, const TimeRange& range, bool* isPastEnd) {
+  if (facts.time.scale == 0) return true;
+  *isPastEnd = range.to && IsEarlier(*range.to, facts.time);
+  return !*isPastEnd && !(range.from && IsEarlier(facts.time, *range.from));
+}
+
+template <class Walk>
+void ListSamples(const Document& document, const std::vector<const Track*>& tracks, Walk walk,
+                 const TimeRange& range, const SamplesOptions& options, Output& out) {
   // Where the lines run over a terminal they show the progress themselves.
   ProgressBar progress(out.IsTerminal() ? 0 : CountSamples(tracks));
   SampleLines lines(FormOf(options), out);
   QiroK7MSampleInfo info;
-  while (const SampleHandle sample = walk.Next(&info)) {
+  bool isPastEnd = false;
+  while (const SampleHandle sample = isPastEnd ? nullptr : walk.Next(&info)) {
     progress.Advance();
     const SampleFacts facts = FactsOf(document, sample.get(), info);
-    if (options.asMedia && facts.time.scale != 0) {
-      if (from && IsEarlier(facts.time, *from)) continue;
-      if (to && IsEarlier(*to, facts.time)) break;  // Those behind it are not earlier.
-    }
-    lines.Add(facts);
+    if (IsInRange(facts, range, &isPastEnd)) lines.Add(facts);
+  }
+}
+
+void RunSamples(const SamplesOptions& options, Output& out) {
+  const TimeRange range = {TimeOption(options.from), TimeOption(options.to)};
+  if (range.from && range.to && IsEarlier(*range.to, *range.from)) {
+    throw UsageFailure("--to lies before --from");
+  }
+  const Document document(options.input);
+  const std::vector<const Track*> tracks = SelectTracks(document, options);
+  if (options.asMedia) {
+    ListSamples(document, tracks, WalkMedia(document, tracks), range, options, out);
+  } else {
+    ListSamples(document, tracks, PresentationWalk(document, tracks, range), {}, options, out);
   }
 }
 

@@ -1,5 +1,5 @@
-// usage: node play.mjs K7M CLIP...
-// Copies each clip with `k7m remux` and has a headless Chromium play the copy to its end. Duration, size
+// usage: node play.mjs [--OPTION...] K7M CLIP...
+// Copies each clip with `k7m remux --OPTION...` and has a headless Chromium play the copy to its end. Duration, size
 // and number of frames have to be those that the clip and the program tell.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
@@ -61,8 +61,10 @@ function check(played, info) {
   assert.equal(played.audioBytes > 0, hasSound, `${played.audioBytes} bytes of sound were decoded`);
 }
 
-const [k7m, ...clips] = process.argv.slice(2);
-assert.ok(k7m && clips.length > 0, 'usage: node play.mjs K7M CLIP...');
+const isOption = (argument) => argument.startsWith('--');
+const options = process.argv.slice(2).filter(isOption);
+const [k7m, ...clips] = process.argv.slice(2).filter((argument) => !isOption(argument));
+assert.ok(k7m && clips.length > 0, 'usage: node play.mjs [--OPTION...] K7M CLIP...');
 const folder = mkdtempSync(path.join(tmpdir(), 'k7m-browser-'));
 const server = await serve(folder);
 let browser;
@@ -72,7 +74,7 @@ try {
   });
   for (const clip of clips) {
     const copy = `${path.basename(clip)}.mp4`;
-    execFileSync(k7m, ['remux', clip, path.join(folder, copy)], { stdio: 'inherit' });
+    execFileSync(k7m, ['remux', ...options, clip, path.join(folder, copy)], { stdio: 'inherit' });
     const info = JSON.parse(execFileSync(k7m, ['info', '--json', path.join(folder, copy)]));
     const page = await browser.newPage();
     await page.goto(`http://127.0.0.1:${server.address().port}/`);

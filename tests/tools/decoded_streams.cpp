@@ -62,7 +62,9 @@ std::optional<HashesByStream> HashStreams(const std::string& path, Hashing hashi
       // stream, decode time, time, duration, size, hash: the times are compared elsewhere.
       size_t begin = 0;
       for (int i = 0; i < 4 && !isPcm; ++i) begin = line.find(',', begin) + 1;
-      own.push_back(line.substr(begin));
+      // Behind that stands side data, such as what one needs to decrypt the packet.
+      const size_t end = isPcm ? line.size() : line.find(',', line.find(',', begin) + 1);
+      own.push_back(line.substr(begin, end - begin));
     }
   }
   return hashes;

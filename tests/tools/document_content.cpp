@@ -100,6 +100,10 @@ TrackContent ReadTrack(QiroK7MReader* reader, QiroK7MTrack* track, Samples which
     content.descriptions.push_back(ReadDescription(each));
   }
   content.samples = ReadSamples(reader, track, which);
+  if (which == Samples::kMedia && !content.samples.empty()) {
+    content.mediaStart = content.samples[0].info.timeStamp;
+    for (SampleContent& sample : content.samples) sample.info.timeStamp -= content.mediaStart;
+  }
   return content;
 }
 
@@ -112,7 +116,6 @@ DocumentContent ReadDocument(QiroK7MReader* reader, Samples which) {
   Must(QiroK7MReaderCopyUlbData(reader, packet.data()));
   packet.pop_back();
   content.metadata = Bytes(packet);
-  if (content.info.isFragmented != 0) return content;
   QiroK7MTrackIterator* iterator = nullptr;
   Must(QiroK7MReaderGetTracks(reader, &iterator));
   std::vector<QiroK7MTrack*> tracks;
@@ -174,6 +177,11 @@ void CompareTrackInfo(const std::string& where, const TrackContent& a, const Tra
                differences);
 }
 
+void DropDependencies(TrackContent* track) {
+  track->info.trackFlags = 0;
+  for (SampleContent& sample : track->samples) sample.info.flags &= 0xFF;
+}
+
 void CompareDescriptions(const std::string& where, const TrackContent& a, const TrackContent& b,
                          Differences* differences) {
   differences->Compare(where + " descriptions", a.descriptions.size(), b.descriptions.size());
@@ -189,14 +197,14 @@ void CompareDescriptions(const std::string& where, const TrackContent& a, const 
 }
 
 void CompareSamples(const std::string& where, const TrackContent& a, const TrackContent& b,
-                    Differences* differences) {
+                    bool isAllKey, Differences* differences) {
   std::vector<const SampleContent*> expected;
   for (const SampleContent& sample : a.samples) {
     const bool isGap = (sample.info.flags & 0xFF) == 2;
     if (sample.info.sampleSize > 0 || isGap) expected.push_back(&sample);
   }
   differences->Compare(where + " samples", expected.size(), b.samples.size());
-  const uint32_t added = a.HasKeySample() ? 0 : 1;
+  const uint32_t added = isAllKey ? 1 : 0;
   for (size_t i = 0; i < std::min(expected.size(), b.samples.size()); ++i) {
     const std::string name = where + " sample " + std::to_string(i + 1);
     QiroK7MSampleInfo info = expected[i]->info;
@@ -209,21 +217,26 @@ void CompareSamples(const std::string& where, const TrackContent& a, const Track
 
 }  // namespace
 
-bool TrackContent::HasKeySample() const {
-  return std::any_of(samples.begin(), samples.end(),
-                     [](const SampleContent& sample) { return (sample.info.flags & 0xFF) == 1; });
+bool TrackContent::IsAllKey(bool isFragmented) const {
+  const auto isKey = [](const SampleContent& sample) { return (sample.info.flags & 0xFF) == 1; };
+  const auto first = std::find_if(samples.begin(), samples.end(), isKey);
+  return first == samples.end() || (isFragmented && std::all_of(first, samples.end(), isKey));
 }
 
 double TrackContent::Start(uint32_t movieScale) const {
-  double waited = 0;
-  for (const QiroK7MEdit& edit : edits) {
-    if (edit.mediaTime == -1) {
-      waited += static_cast<double>(edit.segmentDuration) / movieScale;
-    } else if (edit.segmentDuration > 0) {
-      return waited - static_cast<double>(edit.mediaTime) / info.timeScale;
+  const double first = static_cast<double>(mediaStart) / info.timeScale;
+  // Edits of length 0 count only where there are no others.
+  for (const uint64_t leastDuration : {1, 0}) {
+    double waited = 0;
+    for (const QiroK7MEdit& edit : edits) {
+      if (edit.mediaTime == -1) {
+        waited += static_cast<double>(edit.segmentDuration) / movieScale;
+      } else if (edit.segmentDuration >= leastDuration) {
+        return first + waited - static_cast<double>(edit.mediaTime) / info.timeScale;
+      }
     }
   }
-  return 0;
+  return first;
 }
 
 std::optional<DocumentContent> ReadContent(const std::string& path, QiroK7MError* error,
@@ -233,7 +246,9 @@ std::optional<DocumentContent> ReadContent(const std::string& path, QiroK7MError
   const QiroK7MWarningHandlerCallBacks warning;
   const QiroK7MAllocatorCallBacks allocator;
   QiroK7MReader* reader = nullptr;
-  *error = QiroK7MDocOpenForRead(&callBacks, &warning, &allocator, &reader);
+  const QiroK7MReadOptions rules{sizeof rules,
+                                 kQiroK7MReadBaseDataOffsets | kQiroK7MReadStartTimes};
+  *error = QiroK7MDocOpenForReadWithOptions(&callBacks, &warning, &allocator, &rules, &reader);
   if (*error != 0) return std::nullopt;
   std::optional<DocumentContent> content;
   try {
@@ -257,9 +272,12 @@ std::string CopyDifference(const DocumentContent& source, const DocumentContent&
   differences.Compare("tracks", source.tracks.size(), copy.tracks.size());
   for (size_t i = 0; i < std::min(source.tracks.size(), copy.tracks.size()); ++i) {
     const std::string where = "track " + std::to_string(i + 1);
-    CompareTrackInfo(where, source.tracks[i], copy.tracks[i], &differences);
-    CompareDescriptions(where, source.tracks[i], copy.tracks[i], &differences);
-    CompareSamples(where, source.tracks[i], copy.tracks[i], &differences);
+    TrackContent expected = source.tracks[i];
+    if (copy.info.isFragmented != 0) DropDependencies(&expected);
+    CompareTrackInfo(where, expected, copy.tracks[i], &differences);
+    CompareDescriptions(where, expected, copy.tracks[i], &differences);
+    CompareSamples(where, expected, copy.tracks[i],
+                   expected.IsAllKey(source.info.isFragmented != 0), &differences);
   }
   return differences.Text();
 }

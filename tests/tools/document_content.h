@@ -32,9 +32,14 @@ struct TrackContent {
   std::vector<QiroK7MEdit> edits;
   std::vector<DescriptionContent> descriptions;
   std::vector<SampleContent> samples;
+  /// Media time of the first sample, which the times of the samples are counted from: a copy's
+  /// start at 0. Only fragments can begin later. 0 for presented samples.
+  uint64_t mediaStart = 0;
 
-  bool HasKeySample() const;
-  /// Seconds from the begin of the presentation to media time 0; negative when an edit skips a
+  /// Whether no other sample follows a key sample: in a fragmented document those before are then
+  /// in the movie box and have no table. In a plain one: whether there is no key sample.
+  bool IsAllKey(bool isFragmented) const;
+  /// Seconds from the begin of the presentation to the first sample; negative when an edit skips a
   /// begin.
   double Start(uint32_t movieScale) const;
 };
@@ -47,13 +52,14 @@ struct DocumentContent {
 
 enum class Samples { kMedia, kPresented };
 
-/// Reads a file. None when the library answers with an error, which is then stored.
+/// Reads a file, a fragmented one by the rules of the standard. None when the library answers with
+/// an error, which is then stored.
 std::optional<DocumentContent> ReadContent(const std::string& path, QiroK7MError* error,
                                            Samples which = Samples::kMedia);
 
 /// What a copy lacks or has too much of; empty when it is a faithful one. Samples without bytes are
-/// not expected in it, and where the source has no key sample all of its samples have to be key
-/// samples.
+/// not expected in it, and where the source tells of none that depends on another all of its
+/// samples have to be key samples. A fragmented copy has no dependencies.
 std::string CopyDifference(const DocumentContent& source, const DocumentContent& copy);
 
 }  // namespace k7mtest

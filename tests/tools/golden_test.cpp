@@ -34,7 +34,9 @@ TEST_P(GoldenTest, TreeIsUnchanged) {
 INSTANTIATE_TEST_SUITE_P(Clips, GoldenTest,
                          testing::Values("video-only.mp4", "h264-bframes-aac.mp4",
                                          "two-descriptions-two-audio.mp4", "co64-moov-last.mp4",
-                                         "pcm.mov"),
+                                         "pcm.mov", "fragmented-absolute.mp4",
+                                         "fragmented-base-is-moof.mp4",
+                                         "fragmented-empty-moov.mp4"),
                          [](const auto& clip) {
                            std::string name = clip.param;
                            for (char& character : name) {

@@ -17,14 +17,24 @@
 namespace k7mtest {
 namespace {
 
-class RemuxTest : public testing::Test {
+// Every case is tried with a plain copy and with a fragmented one.
+class RemuxTest : public testing::TestWithParam<const char*> {
  protected:
   std::string Clip() { return folder_.Write("clip.mp4", SmallFile()); }
   std::string Output() const { return folder_.Path("copy.mp4"); }
   RunResult Run(const std::vector<std::string>& options = {}) {
-    std::vector<std::string> arguments = {"remux", Clip(), Output()};
+    std::vector<std::string> arguments = {Clip(), Output()};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    return RunK7m(arguments);
+    return Remux(arguments);
+  }
+  static std::vector<std::string> CommandLine(const std::vector<std::string>& arguments) {
+    std::vector<std::string> all = {"remux"};
+    if (*GetParam() != '\0') all.emplace_back(GetParam());
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return all;
+  }
+  static RunResult Remux(const std::vector<std::string>& arguments) {
+    return RunK7m(CommandLine(arguments));
   }
   std::string MetadataOf(const std::string& path) {
     return RunK7m({"extract", path, "--metadata", "-o", "-"}).out;
@@ -34,7 +44,7 @@ class RemuxTest : public testing::Test {
   TemporaryFolder folder_;
 };
 
-TEST_F(RemuxTest, SaysNothingWhenAllIsWell) {
+TEST_P(RemuxTest, SaysNothingWhenAllIsWell) {
   const RunResult result = Run();
   EXPECT_EQ(result.exitCode, 0) << result;
   EXPECT_EQ(result.out, "");
@@ -42,7 +52,7 @@ TEST_F(RemuxTest, SaysNothingWhenAllIsWell) {
   EXPECT_EQ(folder_.Names(), (std::vector<std::string>{"clip.mp4", "copy.mp4"}));
 }
 
-TEST_F(RemuxTest, AnExistingFileIsReplacedOnlyWhenAskedTo) {
+TEST_P(RemuxTest, AnExistingFileIsReplacedOnlyWhenAskedTo) {
   folder_.Write("copy.mp4", Bytes().Text("old"));
   const RunResult refused = Run();
   EXPECT_EQ(refused.exitCode, 1) << refused;
@@ -54,19 +64,19 @@ TEST_F(RemuxTest, AnExistingFileIsReplacedOnlyWhenAskedTo) {
   EXPECT_EQ(folder_.Names(), (std::vector<std::string>{"clip.mp4", "copy.mp4"}));
 }
 
-TEST_F(RemuxTest, TheInputIsNeverOverwritten) {
+TEST_P(RemuxTest, TheInputIsNeverOverwritten) {
   const std::string clip = Clip();
   std::filesystem::create_symlink(clip, folder_.Path("link.mp4"));
   std::filesystem::create_hard_link(clip, folder_.Path("twin.mp4"));
   for (const std::string& output : {clip, folder_.Path("link.mp4"), folder_.Path("twin.mp4")}) {
-    const RunResult result = RunK7m({"remux", clip, output, "--force"});
+    const RunResult result = Remux({clip, output, "--force"});
     EXPECT_EQ(result.exitCode, 2) << result;
     EXPECT_EQ(result.err, "k7m: " + output + ": the output would overwrite the input\n");
   }
   EXPECT_EQ(ReadBytes(clip), SmallFile());
 }
 
-TEST_F(RemuxTest, OutputsThatAreNoFilesAreRefused) {
+TEST_P(RemuxTest, OutputsThatAreNoFilesAreRefused) {
   const std::string clip = Clip();
   const struct {
     std::string output;
@@ -80,14 +90,14 @@ TEST_F(RemuxTest, OutputsThatAreNoFilesAreRefused) {
       {"-", 2, "remux writes in several places and needs a file, not the standard output"},
   };
   for (const auto& attempt : attempts) {
-    const RunResult result = RunK7m({"remux", clip, attempt.output, "--force"});
+    const RunResult result = Remux({clip, attempt.output, "--force"});
     EXPECT_EQ(result.exitCode, attempt.exitCode) << result;
     EXPECT_NE(result.err.find(attempt.message), std::string::npos) << result;
     ExpectNothingLeft();
   }
 }
 
-TEST_F(RemuxTest, BadInputsLeaveNothingBehind) {
+TEST_P(RemuxTest, BadInputsLeaveNothingBehind) {
   const MovieFile movie = BuildMovie(SmallMovie());
   Movie withoutDescriptions = SmallMovie();
   for (TestSample& sample : withoutDescriptions.tracks[0].samples) sample.description = 9;
@@ -99,20 +109,18 @@ TEST_F(RemuxTest, BadInputsLeaveNothingBehind) {
       {Bytes(), "kQiroK7MErrorNoMovieBox (6)"},
       {Cut(movie.bytes, movie.bytes.Size() - 10), "kQiroK7MErrorSampleDataShort (1030)"},
       {BuildMovie(withoutDescriptions).bytes, "track 1: a sample has no description"},
-      {ReadBytes(std::string(K7M_TEST_DATA) + "/fragmented-absolute.mp4"),
-       "the file is fragmented; this version copies plain files only"},
   };
   for (const auto& attempt : attempts) {
     const std::string clip = folder_.Write("clip.mp4", attempt.bytes);
-    const RunResult result = RunK7m({"remux", clip, Output()});
+    const RunResult result = Remux({clip, Output()});
     EXPECT_EQ(result.exitCode, 1) << result;
     EXPECT_NE(result.err.find(attempt.message), std::string::npos) << result;
     ExpectNothingLeft();
   }
-  EXPECT_EQ(RunK7m({"remux", folder_.Path("none.mp4"), Output()}).exitCode, 1);
+  EXPECT_EQ(Remux({folder_.Path("none.mp4"), Output()}).exitCode, 1);
 }
 
-TEST_F(RemuxTest, CommandLinesThatMakeNoSenseAreUsageErrors) {
+TEST_P(RemuxTest, CommandLinesThatMakeNoSenseAreUsageErrors) {
   const std::vector<std::vector<std::string>> attempts = {{"--edits=drop"},
                                                           {"--edits"},
                                                           {"--metadata"},
@@ -123,23 +131,23 @@ TEST_F(RemuxTest, CommandLinesThatMakeNoSenseAreUsageErrors) {
     EXPECT_EQ(result.exitCode, 2) << testing::PrintToString(options) << "\n" << result;
     ExpectNothingLeft();
   }
-  EXPECT_EQ(RunK7m({"remux", Clip()}).exitCode, 2);
+  EXPECT_EQ(Remux({Clip()}).exitCode, 2);
 }
 
-TEST_F(RemuxTest, MetadataIsKeptReplacedOrDropped) {
+TEST_P(RemuxTest, MetadataIsKeptReplacedOrDropped) {
   Movie movie = SmallMovie();
   movie.atEnd = MetadataBox(Bytes().Text("<own/>"));
   const std::string clip = folder_.Write("clip.mp4", BuildMovie(movie).bytes);
   const std::string packet = folder_.Write("packet.xml", Bytes().Text("<other/>"));
-  ASSERT_EQ(RunK7m({"remux", clip, Output()}).exitCode, 0);
+  ASSERT_EQ(Remux({clip, Output()}).exitCode, 0);
   EXPECT_EQ(MetadataOf(Output()), "<own/>");
-  ASSERT_EQ(RunK7m({"remux", clip, Output(), "--force", "--metadata", packet}).exitCode, 0);
+  ASSERT_EQ(Remux({clip, Output(), "--force", "--metadata", packet}).exitCode, 0);
   EXPECT_EQ(MetadataOf(Output()), "<other/>");
-  ASSERT_EQ(RunK7m({"remux", clip, Output(), "--force", "--no-metadata"}).exitCode, 0);
+  ASSERT_EQ(Remux({clip, Output(), "--force", "--no-metadata"}).exitCode, 0);
   EXPECT_EQ(MetadataOf(Output()), "");
 }
 
-TEST_F(RemuxTest, AMetadataFileThatCannotBeUsedIsAFailure) {
+TEST_P(RemuxTest, AMetadataFileThatCannotBeUsedIsAFailure) {
   const std::string missing = folder_.Path("none.xml");
   const RunResult result = Run({"--metadata", missing});
   EXPECT_EQ(result.exitCode, 1);
@@ -153,21 +161,21 @@ TEST_F(RemuxTest, AMetadataFileThatCannotBeUsedIsAFailure) {
   EXPECT_EQ(folder_.Names(), (std::vector<std::string>{"clip.mp4", "large.xml"}));
 }
 
-TEST_F(RemuxTest, ACopyThatGrowsTooLargeIsNotLeftHalfWritten) {
+TEST_P(RemuxTest, ACopyThatGrowsTooLargeIsNotLeftHalfWritten) {
   Clip();
   rlimit usual{};
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &usual), 0);
   rlimit small = usual;
   small.rlim_cur = 2048;
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-  const RunResult result = RunK7m({"remux", folder_.Path("clip.mp4"), Output()});
+  const RunResult result = Remux({folder_.Path("clip.mp4"), Output()});
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &usual), 0);
   EXPECT_EQ(result.exitCode, 1) << result;
   EXPECT_EQ(result.err, "k7m: " + Output() + ": File too large\n");
   ExpectNothingLeft();
 }
 
-TEST_F(RemuxTest, AFullDiskIsAFailureAndNoHalfFile) {
+TEST_P(RemuxTest, AFullDiskIsAFailureAndNoHalfFile) {
   Movie movie = SmallMovie();
   movie.tracks[1].samples = SomeSamples(400);
   const std::string clip = folder_.Write("clip.mp4", BuildMovie(movie).bytes);
@@ -177,7 +185,7 @@ TEST_F(RemuxTest, AFullDiskIsAFailureAndNoHalfFile) {
     ASSERT_NE(geteuid(), 0u) << "cannot mount a small file system";
     GTEST_SKIP() << "only root can mount a small file system";
   }
-  const RunResult result = RunK7m({"remux", clip, disk + "/copy.mp4"});
+  const RunResult result = Remux({clip, disk + "/copy.mp4"});
   const bool isEmpty = std::filesystem::is_empty(disk);
   EXPECT_EQ(umount(disk.c_str()), 0);
   EXPECT_EQ(result.exitCode, 1) << result;
@@ -185,7 +193,7 @@ TEST_F(RemuxTest, AFullDiskIsAFailureAndNoHalfFile) {
   EXPECT_TRUE(isEmpty);
 }
 
-TEST_F(RemuxTest, BeingEndedHalfWayLeavesNoOutput) {
+TEST_P(RemuxTest, BeingEndedHalfWayLeavesNoOutput) {
   // A terabyte of holes: long enough to be ended in the middle.
   Movie movie{.tracks = {Track{.handler = "soun", .samples = SomeSamples(1)}}};
   movie.isMovieBoxLast = true;
@@ -199,7 +207,7 @@ TEST_F(RemuxTest, BeingEndedHalfWayLeavesNoOutput) {
   ASSERT_EQ(truncate(clip.c_str(), 1ll << 40), 0);
   for (const int signalNumber : {SIGTERM, SIGINT, SIGHUP, SIGKILL}) {
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    const pid_t process = StartK7m({"remux", clip, Output()}, nowhere, nowhere);
+    const pid_t process = StartK7m(CommandLine({clip, Output()}), nowhere, nowhere);
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (folder_.Names().size() < 2 && std::chrono::steady_clock::now() < end) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -212,6 +220,11 @@ TEST_F(RemuxTest, BeingEndedHalfWayLeavesNoOutput) {
     if (signalNumber != SIGKILL) ExpectNothingLeft();  // Nobody can clean up after that one.
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Forms, RemuxTest, testing::Values("", "--fragmented"),
+                         [](const auto& form) {
+                           return std::string(*form.param == '\0' ? "plain" : "fragmented");
+                         });
 
 }  // namespace
 }  // namespace k7mtest
