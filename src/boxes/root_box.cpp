@@ -129,13 +129,13 @@ bool RootBox::ParseFragmentsBeyond(uint32_t trackId, size_t count) {
 
 std::optional<size_t> RootBox::FindFragment(uint32_t trackId, uint64_t time) {
   const TrackFragments& fragments = FragmentsOf(trackId);
-  size_t examined = ~size_t{0};
+  size_t examined = 0;
   for (;;) {
-    // A top-level box that brings the track nothing new needs no new search.
+    // What was examined is not looked at again.
     if (examined != fragments.Size()) {
-      examined = fragments.Size();
       const size_t found = Resolves(ReadRule::kStartTimes) ? fragments.FindFirstEndingAfter(time)
-                                                           : fragments.FindCovering(time);
+                                                           : fragments.FindCovering(time, examined);
+      examined = fragments.Size();
       if (found != fragments.Size()) {
         return found;
       }

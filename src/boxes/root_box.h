@@ -19,14 +19,11 @@ class UlbDataBox;
 /// Rules about fragments beyond what is always done, to be asked for when a document is opened.
 enum class ReadRule : uint32_t {
   /// A base data offset that is not given follows the standard: the begin of the 'moof' where the
-  /// track
-  /// fragment says so or is the first, else the end of the data of the one before. So do runs
-  /// without
-  /// an offset. Otherwise it is 0, and every run starts there.
+  /// track fragment says so or is the first, else the end of the data of the one before. So do runs
+  /// without an offset. Otherwise it is 0, and every run starts there.
   kBaseOffsets = 1,
   /// A 'tfdt' gives its track fragment the start time, and a range begins with the first fragment
-  /// that
-  /// ends after its start. Otherwise times run on from fragment to fragment.
+  /// that ends after its start. Otherwise times run on from fragment to fragment.
   kStartTimes = 2,
 };
 
@@ -51,6 +48,8 @@ class RootBox final : public Box {
   MvexBox* GetMvexBox();
   MvhdBox* GetMovieHeader();
   UlbDataBox* GetUlbDataBox();
+  /// Null as long as no movie box was completed. Parses nothing: for boxes that are completed.
+  MvexBox* GetParsedMvexBox() const { return moov_ == nullptr ? nullptr : moov_->GetMvexBox(); }
 
   bool Resolves(ReadRule rule) const { return (readRules_ & static_cast<uint32_t>(rule)) != 0; }
   /// The fragments of a track parsed so far.
