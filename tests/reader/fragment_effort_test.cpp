@@ -9,7 +9,7 @@
 namespace k7mtest {
 namespace {
 
-constexpr uint32_t kMany = 200000;
+constexpr uint32_t kMany = 100000;
 constexpr uint32_t kEdits = 100000;
 constexpr uint64_t kFixedMemory = 64 << 20;
 constexpr uint64_t kMemoryPerByteRead = 48;
@@ -80,8 +80,8 @@ TEST(ManyFragments, WithTimesThatWrapAreSearchedOnce) {
     return Moof(Traf(kTfhdDuration, Tfhd{.duration = duration}, DefaultRun(0xFFFFFFFF)));
   };
   Movie movie = FragmentedMovie({{.duration = ~uint64_t{0}}}, {.duration = 0});
-  movie.atEnd =
-      longRun(0xFFFFFFF0) + longRun(0x1F) + Repeated(Moof(Traf(0, Tfhd{}, DefaultRun(1))), kMany);
+  movie.atEnd = longRun(0xFFFFFFF0) + longRun(0x1F) +
+                Repeated(Moof(Traf(0, Tfhd{}, DefaultRun(1))), 2 * kMany);
   OpenedReader reader(BuildMovie(movie).bytes);
   ASSERT_EQ(reader.Result(), 0u);
   reader.Stream().StopLogging();
@@ -111,7 +111,7 @@ void ExpectWithinBounds(const Bytes& file) {
 }
 
 TEST(FragmentMemory, StaysWithinBoundsForTheSmallestBoxes) {
-  constexpr uint32_t kBoxes = 400000;
+  constexpr uint32_t kBoxes = 150000;
   const Movie movie = FragmentedMovie({{.duration = 100}}, {.duration = 10});
   const auto with = [&](const Bytes& fragments) {
     Movie whole = movie;
