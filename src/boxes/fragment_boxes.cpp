@@ -150,9 +150,4 @@ std::span<const MandatoryBox> MoofBox::GetMandatoryBoxes() const {
   return kRules;
 }
 
-void MoofBox::CompleteReadChildBoxes(RootBox* root, bool validate) {
-  root->BeginFragment(GetBeginOffset());
-  Box::CompleteReadChildBoxes(root, validate);
-}
-
 }  // namespace qiro::k7m::impl

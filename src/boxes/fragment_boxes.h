@@ -100,7 +100,6 @@ class MoofBox final : public Box {
 
   void AddChildBox(std::unique_ptr<Box> child) override;
   std::span<const MandatoryBox> GetMandatoryBoxes() const override;
-  void CompleteReadChildBoxes(RootBox* root, bool validate) override;
 
   /// 0 without an 'mfhd'.
   uint32_t GetSequenceNumber() const { return mfhd_ == nullptr ? 0 : mfhd_->GetSequenceNumber(); }

@@ -62,7 +62,6 @@ class RootBox final : public Box {
   std::optional<size_t> FindFragment(uint32_t trackId, uint64_t time);
 
   /// What the boxes of a fragment tell while they are completed, and ask about the ones before.
-  void BeginFragment(uint64_t moofOffset);
   void NoteTrackFragment(const TrafBox& traf);
   void NoteDataEnd(uint64_t offset) { previousDataEnd_ = offset; }
   uint64_t NextStartTime(uint32_t trackId) const;
@@ -75,6 +74,14 @@ class RootBox final : public Box {
   void LookAheadForMoov(uint64_t begin);
   std::unique_ptr<Box> Complete(std::unique_ptr<Box> box);
 
+  /// What is known of a track in the fragment that is being completed.
+  struct InFragment {
+    uint64_t end = 0;  ///< Of the last samples.
+    size_t count = 0;  ///< Track fragments with samples.
+  };
+  void BeginFragment(uint64_t moofOffset);
+  /// Makes room for those of the fragment that was completed, so that taking them cannot fail.
+  void ReserveFragments();
   void TakeFragments(const MoofBox& moof);
 
   template <class T>
@@ -83,8 +90,8 @@ class RootBox final : public Box {
   uint32_t readRules_;
   MoovBox* moov_ = nullptr;
   ByTrackId<TrackFragments> fragments_;
-  /// Of the fragment that is being completed: ends of tracks, begin, and end of the data so far.
-  ByTrackId<uint64_t> endsInFragment_;
+  /// Of the fragment that is being completed: its tracks, begin, and end of the data so far.
+  ByTrackId<InFragment> inFragment_;
   uint64_t moofOffset_ = 0;
   std::optional<uint64_t> previousDataEnd_;
   /// The movie box as long as the top-level parse has not reached it.

@@ -4,8 +4,11 @@
 #include <iterator>
 
 #include "boxes/fragment_boxes.h"
+#include "boxes/payload_table.h"
 
 namespace qiro::k7m::impl {
+
+void TrackFragments::Reserve(size_t count) { ReserveMore(entries_, count); }
 
 void TrackFragments::Add(const TrafBox& traf, uint64_t moofOffset) {
   const uint64_t start = traf.GetFirstSampleTimeStamp();

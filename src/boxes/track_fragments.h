@@ -24,6 +24,9 @@ class TrackFragments {
   explicit TrackFragments(const QiroK7MAllocatorCallBacks* allocator)
       : entries_(K7MAllocator<Entry>(allocator)) {}
 
+  /// Makes room for `count` more.
+  void Reserve(size_t count);
+  /// Cannot fail when there is room.
   void Add(const TrafBox& traf, uint64_t moofOffset);
 
   size_t Size() const { return entries_.size(); }
