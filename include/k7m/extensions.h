@@ -25,13 +25,11 @@ enum QiroK7MReadFlags {
   /// A base data offset that a track fragment does not give follows the standard (ISO/IEC 14496-12
   /// 8.8.7): the begin of the 'moof' where 'default-base-is-moof' is set or for the first track
   /// fragment, else the end of the data of the one before; a run without a data offset follows the
-  /// one
-  /// before it. Without this flag such offsets are counted from the begin of the stream.
+  /// one before it. Without this flag such offsets are counted from the begin of the stream.
   kQiroK7MReadBaseDataOffsets = 0x1,
   /// A 'tfdt' box (8.8.12) gives its track fragment the start time, and a range begins at the first
   /// fragment of the track that ends after its start, also when that lies in a hole. Without this
-  /// flag
-  /// times run on from fragment to fragment, from 0.
+  /// flag times run on from fragment to fragment, from 0.
   kQiroK7MReadStartTimes = 0x2
 };
 
