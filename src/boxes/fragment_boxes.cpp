@@ -1,5 +1,7 @@
 #include "boxes/fragment_boxes.h"
 
+#include <algorithm>
+
 #include "boxes/movie_extends_boxes.h"
 #include "boxes/root_box.h"
 
@@ -66,7 +68,7 @@ std::span<const MandatoryBox> TrafBox::GetMandatoryBoxes() const {
 
 void TrafBox::CompleteReadChildBoxes(RootBox* root, bool validate) {
   ThrowIf(tfhd_ == nullptr, kQiroK7MErrorNoTrackFragmentHeader);
-  const MvexBox* mvex = root->GetMvexBox();
+  const MvexBox* mvex = root->GetParsedMvexBox();
   ThrowIf(mvex == nullptr, kQiroK7MErrorInvalidHierarchy);
   tfhd_->CompleteRead(root, validate);
   const TrexBox* trex = mvex->GetDefaultsForTrack(tfhd_->GetTrackId());
@@ -88,6 +90,7 @@ void TrafBox::CompleteRuns(RootBox* root, bool validate) {
       trun->SetContext(base, runsFollowEachOther ? dataEnd : base, tfhd_->GetDefaults());
       trun->CompleteRead(root, validate);
       trun->UpdateSampleTimeStamps(endTime_);
+      timesWrap_ = timesWrap_ || trun->EndTime() < endTime_;
       endTime_ = trun->EndTime();
       dataEnd = trun->DataEnd();
       sampleCount_ += trun->GetSampleCount();
@@ -95,7 +98,17 @@ void TrafBox::CompleteRuns(RootBox* root, bool validate) {
       child->CompleteRead(root, validate);
     }
   }
+  std::erase_if(truns_, [](const TrunBox* trun) { return trun->GetSampleCount() == 0; });
   root->NoteDataEnd(dataEnd);
+}
+
+size_t TrafBox::FindRunEndingAtOrAfter(uint64_t time) const {
+  if (timesWrap_) {
+    return 0;
+  }
+  const auto found = std::partition_point(
+      truns_.begin(), truns_.end(), [time](const TrunBox* trun) { return trun->EndTime() < time; });
+  return static_cast<size_t>(found - truns_.begin());
 }
 
 uint64_t TrafBox::BaseDataOffset(const RootBox& root) const {
@@ -135,11 +148,6 @@ void MoofBox::AddChildBox(std::unique_ptr<Box> child) {
 std::span<const MandatoryBox> MoofBox::GetMandatoryBoxes() const {
   static constexpr MandatoryBox kRules[] = {{MfhdBox::kType, Occurrence::kExactlyOnce, {}}};
   return kRules;
-}
-
-void MoofBox::CompleteReadChildBoxes(RootBox* root, bool validate) {
-  root->BeginFragment(GetBeginOffset());
-  Box::CompleteReadChildBoxes(root, validate);
 }
 
 }  // namespace qiro::k7m::impl

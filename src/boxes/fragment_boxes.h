@@ -56,13 +56,17 @@ class TrafBox final : public Box {
   uint32_t GetTrackId() const { return tfhd_ == nullptr ? 0 : tfhd_->GetTrackId(); }
   /// After the defaults of the movie box.
   uint32_t GetSDId() const { return tfhd_ == nullptr ? 0 : tfhd_->GetSDId(); }
-  /// In file order.
+  /// In file order; of those that were read, only the ones with samples.
   const K7MVector<TrunBox*>& GetTruns() const { return truns_; }
+  /// The index of the first run that can hold a sample at or after a decode time.
+  size_t FindRunEndingAtOrAfter(uint64_t time) const;
   bool HasSamples() const { return sampleCount_ != 0; }
   uint64_t GetSampleCount() const { return sampleCount_; }
   /// Both need a sample.
   uint64_t GetFirstSampleTimeStamp() const { return startTime_; }
   uint64_t GetLastSampleEndTime() const { return endTime_; }
+  /// The sum of the durations passed 64 bits, so that the times are in no order.
+  bool TimesWrap() const { return timesWrap_; }
 
  private:
   uint64_t BaseDataOffset(const RootBox& root) const;
@@ -79,6 +83,7 @@ class TrafBox final : public Box {
   uint64_t startTime_ = 0;
   uint64_t endTime_ = 0;
   uint64_t sampleCount_ = 0;
+  bool timesWrap_ = false;
 };
 
 /// Movie fragment ('moof', ISO/IEC 14496-12 8.8.4), at the top level.
@@ -95,7 +100,6 @@ class MoofBox final : public Box {
 
   void AddChildBox(std::unique_ptr<Box> child) override;
   std::span<const MandatoryBox> GetMandatoryBoxes() const override;
-  void CompleteReadChildBoxes(RootBox* root, bool validate) override;
 
   /// 0 without an 'mfhd'.
   uint32_t GetSequenceNumber() const { return mfhd_ == nullptr ? 0 : mfhd_->GetSequenceNumber(); }

@@ -22,7 +22,7 @@ RootBox::RootBox(QiroK7MStream* stream, uint32_t readRules,
     : Box(stream, EmptyExtent(), allocator),
       readRules_(readRules),
       fragments_(K7MAllocator<TrackFragments>(allocator)),
-      endsInFragment_(K7MAllocator<uint64_t>(allocator)) {}
+      inFragment_(K7MAllocator<InFragment>(allocator)) {}
 
 void RootBox::AddChildBox(std::unique_ptr<Box> child) {
   Box* box = child.get();
@@ -53,7 +53,8 @@ Box* RootBox::ParseNextBox() {
   if (box == nullptr) {
     return nullptr;
   }
-  if (box->GetBoxType() == MoofBox::kType && moov_ == nullptr) {
+  const bool isMoof = box->GetBoxType() == MoofBox::kType;
+  if (isMoof && moov_ == nullptr) {
     LookAheadForMoov(box->GetEndOffset());
   }
   if (box->GetBoxType() == MoovBox::kType && moov_ != nullptr) {
@@ -62,11 +63,17 @@ Box* RootBox::ParseNextBox() {
     ReserveMore(MutableChildren(), 1);
     box = std::move(movieAhead_);
   } else {
+    BeginFragment(box->GetBeginOffset());
     box = Complete(std::move(box));
+    ReserveMore(MutableChildren(), 1);
+  }
+  if (isMoof) {
+    // From here on adding it cannot fail: a fragment that is there is among those of its tracks.
+    ReserveFragments();
   }
   Box* added = box.get();
   AddChildBox(std::move(box));
-  if (added->GetBoxType() == MoofBox::kType) {
+  if (isMoof) {
     TakeFragments(static_cast<MoofBox&>(*added));
   }
   return added;
@@ -129,13 +136,13 @@ bool RootBox::ParseFragmentsBeyond(uint32_t trackId, size_t count) {
 
 std::optional<size_t> RootBox::FindFragment(uint32_t trackId, uint64_t time) {
   const TrackFragments& fragments = FragmentsOf(trackId);
-  size_t examined = ~size_t{0};
+  size_t examined = 0;
   for (;;) {
-    // A top-level box that brings the track nothing new needs no new search.
+    // What was examined is not looked at again.
     if (examined != fragments.Size()) {
-      examined = fragments.Size();
       const size_t found = Resolves(ReadRule::kStartTimes) ? fragments.FindFirstEndingAfter(time)
-                                                           : fragments.FindCovering(time);
+                                                           : fragments.FindCovering(time, examined);
+      examined = fragments.Size();
       if (found != fragments.Size()) {
         return found;
       }
@@ -157,35 +164,41 @@ void RootBox::ForgetBehindMovie() {
 }
 
 void RootBox::BeginFragment(uint64_t moofOffset) {
-  endsInFragment_.clear();
+  inFragment_.clear();
   moofOffset_ = moofOffset;
   previousDataEnd_.reset();
 }
 
 void RootBox::NoteTrackFragment(const TrafBox& traf) {
   if (traf.HasSamples()) {
-    endsInFragment_.insert_or_assign(traf.GetTrackId(), traf.GetLastSampleEndTime());
+    InFragment& track = inFragment_.try_emplace(traf.GetTrackId()).first->second;
+    track.end = traf.GetLastSampleEndTime();
+    ++track.count;
   }
 }
 
 uint64_t RootBox::NextStartTime(uint32_t trackId) const {
-  if (const auto inFragment = endsInFragment_.find(trackId); inFragment != endsInFragment_.end()) {
-    return inFragment->second;
+  if (const auto inFragment = inFragment_.find(trackId); inFragment != inFragment_.end()) {
+    return inFragment->second.end;
   }
   const auto earlier = fragments_.find(trackId);
   return earlier == fragments_.end() ? 0 : earlier->second.NextStartTime();
 }
 
+void RootBox::ReserveFragments() {
+  for (const auto& [trackId, track] : inFragment_) {
+    fragments_.try_emplace(trackId, GetAllocator()).first->second.Reserve(track.count);
+  }
+}
+
 void RootBox::TakeFragments(const MoofBox& moof) {
-  endsInFragment_.clear();
   for (const auto& child : moof.Children()) {
     if (child->GetBoxType() != TrafBox::kType) {
       continue;
     }
     const auto& traf = static_cast<const TrafBox&>(*child);
     if (traf.HasSamples()) {
-      fragments_.try_emplace(traf.GetTrackId(), GetAllocator())
-          .first->second.Add(traf, moof.GetBeginOffset());
+      fragments_.find(traf.GetTrackId())->second.Add(traf, moof.GetBeginOffset());
     }
   }
 }

@@ -19,14 +19,11 @@ class UlbDataBox;
 /// Rules about fragments beyond what is always done, to be asked for when a document is opened.
 enum class ReadRule : uint32_t {
   /// A base data offset that is not given follows the standard: the begin of the 'moof' where the
-  /// track
-  /// fragment says so or is the first, else the end of the data of the one before. So do runs
-  /// without
-  /// an offset. Otherwise it is 0, and every run starts there.
+  /// track fragment says so or is the first, else the end of the data of the one before. So do runs
+  /// without an offset. Otherwise it is 0, and every run starts there.
   kBaseOffsets = 1,
   /// A 'tfdt' gives its track fragment the start time, and a range begins with the first fragment
-  /// that
-  /// ends after its start. Otherwise times run on from fragment to fragment.
+  /// that ends after its start. Otherwise times run on from fragment to fragment.
   kStartTimes = 2,
 };
 
@@ -51,6 +48,8 @@ class RootBox final : public Box {
   MvexBox* GetMvexBox();
   MvhdBox* GetMovieHeader();
   UlbDataBox* GetUlbDataBox();
+  /// Null as long as no movie box was completed. Parses nothing: for boxes that are completed.
+  MvexBox* GetParsedMvexBox() const { return moov_ == nullptr ? nullptr : moov_->GetMvexBox(); }
 
   bool Resolves(ReadRule rule) const { return (readRules_ & static_cast<uint32_t>(rule)) != 0; }
   /// The fragments of a track parsed so far.
@@ -66,7 +65,6 @@ class RootBox final : public Box {
   void ForgetBehindMovie();
 
   /// What the boxes of a fragment tell while they are completed, and ask about the ones before.
-  void BeginFragment(uint64_t moofOffset);
   void NoteTrackFragment(const TrafBox& traf);
   void NoteDataEnd(uint64_t offset) { previousDataEnd_ = offset; }
   uint64_t NextStartTime(uint32_t trackId) const;
@@ -79,6 +77,14 @@ class RootBox final : public Box {
   void LookAheadForMoov(uint64_t begin);
   std::unique_ptr<Box> Complete(std::unique_ptr<Box> box);
 
+  /// What is known of a track in the fragment that is being completed.
+  struct InFragment {
+    uint64_t end = 0;  ///< Of the last samples.
+    size_t count = 0;  ///< Track fragments with samples.
+  };
+  void BeginFragment(uint64_t moofOffset);
+  /// Makes room for those of the fragment that was completed, so that taking them cannot fail.
+  void ReserveFragments();
   void TakeFragments(const MoofBox& moof);
 
   template <class T>
@@ -87,8 +93,8 @@ class RootBox final : public Box {
   uint32_t readRules_;
   MoovBox* moov_ = nullptr;
   ByTrackId<TrackFragments> fragments_;
-  /// Of the fragment that is being completed: ends of tracks, begin, and end of the data so far.
-  ByTrackId<uint64_t> endsInFragment_;
+  /// Of the fragment that is being completed: its tracks, begin, and end of the data so far.
+  ByTrackId<InFragment> inFragment_;
   uint64_t moofOffset_ = 0;
   std::optional<uint64_t> previousDataEnd_;
   /// The movie box as long as the top-level parse has not reached it.

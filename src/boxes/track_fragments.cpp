@@ -1,43 +1,64 @@
 #include "boxes/track_fragments.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "boxes/fragment_boxes.h"
+#include "boxes/payload_table.h"
 
 namespace qiro::k7m::impl {
+
+void TrackFragments::Reserve(size_t count) { ReserveMore(entries_, count); }
 
 void TrackFragments::Add(const TrafBox& traf, uint64_t moofOffset) {
   const uint64_t start = traf.GetFirstSampleTimeStamp();
   const uint64_t end = traf.GetLastSampleEndTime();
   const uint64_t latestEnd = entries_.empty() ? end : std::max(entries_.back().latestEnd, end);
+  const bool isFirstOfMoof = entries_.empty() || moofOffset != lastMoofOffset_;
+  const size_t firstOfMoof = isFirstOfMoof ? Size() : entries_.back().firstOfMoof;
   isInOrder_ =
-      isInOrder_ && start <= end &&
+      isInOrder_ && !traf.TimesWrap() &&
       (entries_.empty() || (entries_.back().startTime <= start && entries_.back().endTime <= end));
-  entries_.push_back({&traf, start, end, latestEnd, moofOffset});
+  entries_.push_back({&traf, start, end, latestEnd, firstOfMoof});
   sampleCount_ += traf.GetSampleCount();
+  lastMoofOffset_ = moofOffset;
 }
 
-size_t TrackFragments::FindCovering(uint64_t time) const {
+size_t TrackFragments::FindLastCovering(uint64_t time, size_t begin) const {
+  const auto first = entries_.begin() + static_cast<ptrdiff_t>(begin);
   const auto covers = [time](const Entry& entry) {
     return entry.startTime <= time && time <= entry.endTime;
   };
-  size_t found = Size();
+  auto found = entries_.end();
   if (isInOrder_) {
-    const auto after =
-        std::partition_point(entries_.begin(), entries_.end(),
-                             [time](const Entry& entry) { return entry.startTime <= time; });
-    if (after != entries_.begin() && covers(*(after - 1))) {
-      found = static_cast<size_t>(after - entries_.begin()) - 1;
+    const auto after = std::partition_point(
+        first, entries_.end(), [time](const Entry& entry) { return entry.startTime <= time; });
+    if (after != first && covers(*(after - 1))) {
+      found = after - 1;
     }
   } else {
-    const auto last = std::find_if(entries_.rbegin(), entries_.rend(), covers);
-    found = last == entries_.rend() ? Size() : static_cast<size_t>(entries_.rend() - last) - 1;
+    const auto reverseEnd = std::make_reverse_iterator(first);
+    const auto last = std::find_if(entries_.rbegin(), reverseEnd, covers);
+    found = last == reverseEnd ? entries_.end() : last.base() - 1;
   }
-  while (found != Size() && found > 0 &&
-         entries_[found - 1].moofOffset == entries_[found].moofOffset) {
-    --found;
+  return static_cast<size_t>(found - entries_.begin());
+}
+
+size_t TrackFragments::FindCovering(uint64_t time, size_t begin) const {
+  const size_t last = FindLastCovering(time, begin);
+  if (last == Size()) {
+    return last;
   }
-  return found;
+  const size_t first = entries_[last].firstOfMoof;
+  if (!isInOrder_) {
+    return first;
+  }
+  // Those of the 'moof' that end before the time hold nothing from then on.
+  const auto found =
+      std::partition_point(entries_.begin() + static_cast<ptrdiff_t>(first),
+                           entries_.begin() + static_cast<ptrdiff_t>(last),
+                           [time](const Entry& entry) { return entry.endTime < time; });
+  return static_cast<size_t>(found - entries_.begin());
 }
 
 size_t TrackFragments::FindFirstEndingAfter(uint64_t time) const {

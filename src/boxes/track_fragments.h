@@ -18,12 +18,15 @@ class TrackFragments {
     uint64_t startTime;
     uint64_t endTime;
     uint64_t latestEnd;  ///< Of this one and all before it.
-    uint64_t moofOffset;
+    size_t firstOfMoof;  ///< Index of the track's first one in the same 'moof'.
   };
 
   explicit TrackFragments(const QiroK7MAllocatorCallBacks* allocator)
       : entries_(K7MAllocator<Entry>(allocator)) {}
 
+  /// Makes room for `count` more.
+  void Reserve(size_t count);
+  /// Cannot fail when there is room.
   void Add(const TrafBox& traf, uint64_t moofOffset);
 
   size_t Size() const { return entries_.size(); }
@@ -32,15 +35,18 @@ class TrackFragments {
   /// Where the next one starts unless it says otherwise.
   uint64_t NextStartTime() const { return entries_.empty() ? 0 : entries_.back().endTime; }
 
-  /// The first one to read for samples from `time` on: the first of the 'moof' that holds the last
-  /// one with start <= time <= end. Size() when there is none.
-  size_t FindCovering(uint64_t time) const;
+  /// The first one to read for samples from `time` on. It stands in the 'moof' of the last one with
+  /// start <= time <= end; Size() when there is none among those from `begin` on.
+  size_t FindCovering(uint64_t time, size_t begin) const;
   /// The first one that ends after `time`; Size() when there is none.
   size_t FindFirstEndingAfter(uint64_t time) const;
 
  private:
+  size_t FindLastCovering(uint64_t time, size_t begin) const;
+
   K7MVector<Entry> entries_;
   uint64_t sampleCount_ = 0;
+  uint64_t lastMoofOffset_ = 0;
   bool isInOrder_ = true;
 };
 

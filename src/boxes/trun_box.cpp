@@ -136,7 +136,7 @@ void TrunBox::TakeRecords(const uint8_t* bytes, uint64_t count) {
     records_.push_back(LoadBigEndian<uint32_t>(bytes + i * sizeof(uint32_t)));
   }
   for (uint64_t i = 0; i < count; ++i, ++index) {
-    if (index % kStretch == 0) {
+    if (index % kStretch == 0 && index != 0) {
       places_.push_back({totalDuration_, totalSize_});
     }
     totalDuration_ += DurationOf(index);
@@ -192,7 +192,7 @@ TrunBox::Place TrunBox::PlaceOf(uint32_t index) const {
   if (durationSlot_ == kAbsent && sizeSlot_ == kAbsent) {
     return {uint64_t{defaults_.duration} * index, uint64_t{defaults_.size} * index};
   }
-  Place place = places_[index / kStretch];
+  Place place = StretchStart(index / kStretch);
   for (uint32_t i = index - index % kStretch; i < index; ++i) {
     place.time += DurationOf(i);
     place.offset += SizeOf(i);
@@ -221,8 +221,9 @@ std::optional<uint32_t> TrunBox::FindFirstAtOrAfter(uint64_t time) const {
   }
   const auto after = std::partition_point(places_.begin(), places_.end(),
                                           [wanted](const Place& p) { return p.time < wanted; });
-  auto index = static_cast<uint32_t>(after - places_.begin() - 1) * kStretch;
-  for (uint64_t at = places_[index / kStretch].time; at < wanted; ++index) {
+  const auto stretch = static_cast<uint32_t>(after - places_.begin());
+  uint32_t index = stretch * kStretch;
+  for (uint64_t at = StretchStart(stretch).time; at < wanted; ++index) {
     at += DurationOf(index);
   }
   return index;

@@ -73,7 +73,7 @@ class TrunBox final : public FullBox {
   std::optional<uint32_t> FindFirstAtOrAfter(uint64_t time) const;
 
  private:
-  /// Where every kStretch-th sample lies, counted from the run's first.
+  /// Where every kStretch-th sample but the first lies, counted from that.
   struct Place {
     uint64_t time;
     uint64_t offset;
@@ -96,6 +96,9 @@ class TrunBox final : public FullBox {
   uint32_t FlagsOf(uint32_t index) const;
   SampleInfoTrun At(uint32_t index, const Place& place) const;
   Place PlaceOf(uint32_t index) const;
+  Place StretchStart(uint32_t stretch) const {
+    return stretch == 0 ? Place{0, 0} : places_[stretch - 1];
+  }
 
   SampleDefaults defaults_{};
   uint64_t base_ = 0;

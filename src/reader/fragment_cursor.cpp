@@ -9,7 +9,7 @@ bool FragmentCursor::Position(uint64_t time) {
     return false;
   }
   fragment_ = *fragment;
-  return SeekFrom(0, time);
+  return SeekFrom(Traf().FindRunEndingAtOrAfter(time), time);
 }
 
 bool FragmentCursor::PositionAtFirst() {

@@ -205,9 +205,57 @@ std::vector<Row> TableRows() {
   };
 }
 
+std::vector<Row> FragmentRows() {
+  const char* longDump = "fragment_duration=1311768467463790320";
+  return {
+      {.name = "mehd0",
+       .bytes = FullBox("mehd", 0, 0, Mehd{.duration = 0xFFFFFFFF}),
+       .dump = "fragment_duration=4294967295",
+       .isWrittenAsRead = true},
+      {.name = "mehd1",
+       .bytes = FullBox("mehd", 1, 0, Mehd{.duration = 0x123456789ABCDEF0}),
+       .dump = longDump,
+       .isWrittenAsRead = true},
+      {.name = "mehd2",  // Any version but 1 has the 32-bit layout.
+       .bytes = FullBox("mehd", 2, 0, Bytes().U32(3)),
+       .dump = "fragment_duration=3",
+       .isWrittenAsRead = true},
+      {.name = "trex",
+       .bytes = FullBox("trex", 0, 0, Trex{9, 0xFFFFFFFF, 3, 4, 0x01010000}),
+       .dump = "track_ID=9 default_sample_description_index=4294967295 default_sample_duration=3 "
+               "default_sample_size=4 default_sample_flags=16842752",
+       .isWrittenAsRead = true},
+      {.name = "mfhd",
+       .bytes = FullBox("mfhd", 0, 0, Mfhd{.sequenceNumber = 0xFFFFFFFE}),
+       .dump = "sequence_number=4294967294",
+       .isWrittenAsRead = true},
+      {.name = "tfhd",
+       .bytes = FullBox("tfhd", 0, 0x3B, Tfhd{4, uint64_t{1} << 40, 2, 5, 6, 7}),
+       .dump = "track_ID=4 base_data_offset=1099511627776 sample_description_index=2 "
+               "default_sample_duration=5 default_sample_size=6 default_sample_flags=7",
+       .whenCut = &OnlyVersionMissing},
+      {.name = "tfhdWithoutOptionalFields",
+       .bytes = FullBox("tfhd", 0, 0xFFFFC4, Tfhd{.trackId = 4}),
+       .dump = "track_ID=4",
+       .whenCut = &OnlyVersionMissing,
+       .isWrittenAsRead = true},
+      {.name = "trun",
+       .bytes = FullBox("trun", 0, 0xF05, Trun{-8, 9, {{1, 2, 3, 4}, {5, 6, 7, 0xFFFFFFFF}}}),
+       .dump = "sample_count=2 data_offset=-8 first_sample_flags=9 samples=[2] "
+               "{ sample_duration=1 sample_size=2 sample_flags=3 sample_composition_time_offset=4 }"
+               " { sample_duration=5 sample_size=6 sample_flags=7 "
+               "sample_composition_time_offset=-1 } ;",
+       // One byte a field is asked for, not four.
+       .whenCut = [](size_t size) { return size < 12 + 12 + 8 ? FieldsMissing(size) : 0; }},
+      {.name = "trunWithoutRecords",
+       .bytes = FullBox("trun", 0, 0, Trun{.count = 0xFFFFFFFF}),
+       .dump = "sample_count=4294967295 samples=[0] ;"},
+  };
+}
+
 std::vector<Row> AllRows() {
   std::vector<Row> rows;
-  for (const auto& family : {MovieRows(), MediaRows(), TableRows()}) {
+  for (const auto& family : {MovieRows(), MediaRows(), TableRows(), FragmentRows()}) {
     rows.insert(rows.end(), family.begin(), family.end());
   }
   return rows;

@@ -220,6 +220,23 @@ TEST(ReadTfra, OtherLengthsAreError20AndUnusedBitsDoNotMatter) {
   EXPECT_EQ(ReadTfra(0, Bytes().U32(1).U32(~0x00111111u).U32(0)), 0u);
 }
 
+TEST(ReadTfra, WhatItDoesNotHoldIsError27) {
+  const Bytes whole = Bytes().U32(1).U32(0).U32(2).U32(6).U32(7).U8(1).U8(2).U8(3).U32(8).U32(9);
+  EXPECT_EQ(ReadTfra(0, Bytes(whole).U8(4).U8(5).U8(6)), 0u);
+  EXPECT_EQ(ReadTfra(0, Bytes(whole).U8(4).U8(5)), kQiroK7MErrorBoxTruncated);
+  EXPECT_EQ(ReadTfra(0, Cut(whole, 11)), kQiroK7MErrorBoxTruncated);
+  EXPECT_EQ(ReadTfra(1, Bytes().U32(1).U32(0).U32(0xFFFFFFFF)), kQiroK7MErrorBoxTruncated);
+}
+
+TEST(ReadMfro, DeliberatelyReadsItsSizeFromWhateverFollows) {
+  WritingStream stream;
+  stream.Memory().Put(0, FullBox("mfro", 0, 0) + Bytes().U32(77));
+  const auto header = impl::BoxHeader::Parse(*stream.Get(), nullptr);
+  impl::MfroBox box(stream.Get(), *header, kNoAllocator);
+  box.ReadPayloadFromStream();
+  EXPECT_EQ(box.GetSize(), 77u);
+}
+
 TEST(WrittenMfra, EndsWithItsOwnSize) {
   const auto entries = EntriesOf({{1, 2, 3, 4, 5}});
   WritingStream stream;

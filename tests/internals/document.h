@@ -18,8 +18,9 @@ using Codes = std::vector<QiroK7MError>;
 class Document {
  public:
   /// Nothing is parsed yet.
-  explicit Document(const Bytes& bytes, const QiroK7MAllocatorCallBacks* allocator = nullptr)
-      : opened_(bytes), root_(&opened_.Stream(), allocator) {}
+  explicit Document(const Bytes& bytes, const QiroK7MAllocatorCallBacks* allocator = nullptr,
+                    uint32_t readRules = 0)
+      : opened_(bytes), root_(&opened_.Stream(), readRules, allocator) {}
 
   impl::RootBox& Root() { return root_; }
   OpenedStream& Opened() { return opened_; }

@@ -1,7 +1,7 @@
 // The samples as they lie in the file, compared with the packets that ffprobe finds there.
 #include <gtest/gtest.h>
 
-#include "ffprobe_packets.h"
+#include "ffprobe_comparison.h"
 #include "media_files.h"
 #include "support/md5.h"
 #include "support/opened_reader.h"
@@ -33,85 +33,6 @@ std::string KnownDifference(const std::string& file) {
     if (file == exception.file) return exception.difference;
   }
   return "";
-}
-
-bool HasSyncTable(const std::vector<ReadSample>& samples) {
-  for (const ReadSample& sample : samples) {
-    if ((sample.info.flags & kQiroK7MSampleFlagKindMask) == kQiroK7MSampleFlagKey) return true;
-  }
-  return false;
-}
-
-std::string DifferenceOf(const ReadSample& sample, const ProbedPacket& packet, bool hasKeys) {
-  if (sample.info.sampleSize != packet.size) return "size";
-  if (packet.dts != static_cast<int64_t>(sample.info.timeStamp)) return "decode time";
-  const auto composition = static_cast<int32_t>(sample.info.compositionOffset);
-  if (!packet.pts || *packet.pts - *packet.dts != composition) return "composition offset";
-  // A track without a sync sample table reports no key samples, deliberately.
-  const bool isKey = (sample.info.flags & kQiroK7MSampleFlagKindMask) == kQiroK7MSampleFlagKey;
-  if (hasKeys && isKey != packet.isKey) return "key flag";
-  if (!hasKeys && !packet.isKey) return "no sync sample table, yet no key packet";
-  if (sample.dataResult != 0) return "data " + std::to_string(sample.dataResult);
-  return Md5(sample.data) == packet.md5 ? "" : "bytes";
-}
-
-/// Raw audio has a sample for each moment; ffprobe shows many of them as one packet.
-std::vector<ReadSample> Grouped(const std::vector<ReadSample>& samples,
-                                const ProbedStream& stream) {
-  std::vector<ReadSample> groups;
-  size_t next = 0;
-  for (const ProbedPacket& packet : stream.packets) {
-    ReadSample group;
-    for (; next < samples.size() && group.data.Size() < packet.size; ++next) {
-      if (group.data.Empty())
-        group = samples[next];
-      else
-        group.data.Append(samples[next].data);
-    }
-    group.info.sampleSize = static_cast<uint32_t>(group.data.Size());
-    groups.push_back(group);
-  }
-  if (next < samples.size()) groups.push_back(samples[next]);
-  return groups;
-}
-
-/// The first difference between a track's samples and a stream's packets; empty when there is none.
-std::string DifferenceOf(const std::vector<ReadSample>& samples, const ProbedStream& stream) {
-  if (samples.size() != stream.packets.size()) {
-    return ": " + std::to_string(samples.size()) + " samples, " +
-           std::to_string(stream.packets.size()) + " packets";
-  }
-  const bool hasKeys = HasSyncTable(samples);
-  for (size_t i = 0; i < samples.size(); ++i) {
-    std::string difference = DifferenceOf(samples[i], stream.packets[i], hasKeys);
-    if (samples[i].info.timeScale != stream.timeScale) difference = "time scale";
-    if (!difference.empty()) return ", sample " + std::to_string(i) + ": " + difference;
-  }
-  return "";
-}
-
-/// The first difference between a whole document and what ffprobe says.
-std::string DifferenceOf(const OpenedReader& reader, const ProbedFile& probed) {
-  const std::vector<QiroK7MTrack*> tracks = reader.Tracks();
-  if (tracks.size() != probed.streams.size()) {
-    return std::to_string(tracks.size()) + " tracks, " + std::to_string(probed.streams.size()) +
-           " streams";
-  }
-  for (size_t t = 0; t < tracks.size(); ++t) {
-    std::vector<ReadSample> samples = MediaSamples(reader, tracks[t]);
-    if (probed.streams[t].codecName.starts_with("pcm_")) {
-      samples = Grouped(samples, probed.streams[t]);
-    }
-    const std::string difference = DifferenceOf(samples, probed.streams[t]);
-    if (!difference.empty()) return "track " + std::to_string(t) + difference;
-  }
-  return "";
-}
-
-bool IsFragmented(const OpenedReader& reader) {
-  QiroK7MDocInfo info{};
-  EXPECT_EQ(QiroK7MReaderGetDocInfo(reader.Handle(), &info), 0u);
-  return info.isFragmented == 1;
 }
 
 /// Compares one file; returns whether there was something to compare.

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "support/movie_builder.h"
-
 namespace k7mtest {
 
 namespace {
@@ -95,7 +93,9 @@ int64_t RandomRunStart(Dice& dice, const std::vector<Stts::Run>& runs) {
   return time;
 }
 
-std::vector<Elst::Entry> RandomEdits(Dice& dice, const ModelTrack& track, uint32_t movieScale) {
+}  // namespace
+
+std::vector<Elst::Entry> MakeRandomEdits(Dice& dice, const ModelTrack& track, uint32_t movieScale) {
   std::vector<Elst::Entry> edits;
   const uint64_t mediaLength = TotalTime(track.times);
   const auto movieLength = static_cast<uint32_t>(
@@ -113,15 +113,15 @@ std::vector<Elst::Entry> RandomEdits(Dice& dice, const ModelTrack& track, uint32
   return edits;
 }
 
-uint32_t RandomScale(Dice& dice) {
+uint32_t MakeRandomScale(Dice& dice) {
   if (dice.OneIn(40)) return 0;
   return dice.Pick<uint32_t>({1, 7, 24, 25, 600, 999, 1000, 1001, 22050, 44100, 90000, 0xFFFFFFFF});
 }
 
-ModelTrack RandomTrack(Dice& dice, uint32_t movieScale) {
+ModelTrack MakeRandomTrack(Dice& dice, uint32_t movieScale) {
   ModelTrack track;
   track.handler = dice.Pick<const char*>({"vide", "soun", "text", "hint", "meta"});
-  track.timeScale = RandomScale(dice);
+  track.timeScale = MakeRandomScale(dice);
   track.descriptionCount = dice.Between(1, 3);
   track.times = RandomTimes(dice);
   const uint32_t sampleCount = TotalCount(track.times);
@@ -141,7 +141,7 @@ ModelTrack RandomTrack(Dice& dice, uint32_t movieScale) {
   }
   track.headerDuration = Scaled(TotalTime(track.times), track.timeScale, movieScale);
   if (dice.OneIn(4)) track.headerDuration = dice.Below(2000);
-  if (dice.OneIn(2)) track.edits = RandomEdits(dice, track, movieScale);
+  if (dice.OneIn(2)) track.edits = MakeRandomEdits(dice, track, movieScale);
   return track;
 }
 
@@ -181,14 +181,12 @@ Track Described(const ModelTrack& model, uint64_t mediaStart, bool has64BitOffse
   return track;
 }
 
-}  // namespace
-
 RandomFile MakeRandomFile(Dice& dice) {
   RandomFile file;
-  file.movie.timeScale = RandomScale(dice);
+  file.movie.timeScale = MakeRandomScale(dice);
   const uint32_t trackCount = dice.Between(1, 4);
   for (uint32_t i = 0; i < trackCount; ++i) {
-    file.movie.tracks.push_back(RandomTrack(dice, file.movie.timeScale));
+    file.movie.tracks.push_back(MakeRandomTrack(dice, file.movie.timeScale));
   }
   const bool has64BitOffsets = dice.OneIn(2);
   // The media stand in a box of their own before the empty one of the builder; now and then one

@@ -6,6 +6,7 @@
 #include <random>
 
 #include "sample_model.h"
+#include "support/movie_builder.h"
 
 namespace k7mtest {
 
@@ -34,6 +35,15 @@ struct RandomFile {
 };
 
 RandomFile MakeRandomFile(Dice& dice);
+
+// The parts of such a file.
+uint32_t MakeRandomScale(Dice& dice);
+ModelTrack MakeRandomTrack(Dice& dice, uint32_t movieScale);
+/// Edits of a track whose time table is regular.
+std::vector<Elst::Entry> MakeRandomEdits(Dice& dice, const ModelTrack& track, uint32_t movieScale);
+/// The track for the movie builder; chunk offsets are counted from `mediaStart`.
+Track Described(const ModelTrack& model, uint64_t mediaStart, bool has64BitOffsets);
+
 /// A time near an edit, a sample or nothing in particular.
 ModelTime MakeRandomTime(Dice& dice, const ModelMovie& movie);
 

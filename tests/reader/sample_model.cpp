@@ -5,14 +5,26 @@
 
 namespace k7mtest {
 
-namespace {
-
-/// Nearest whole number, an exact half down for an even divisor; the product wraps.
-uint64_t Convert(uint64_t value, uint32_t from, uint32_t to) {
+uint64_t ConvertTime(uint64_t value, uint32_t from, uint32_t to) {
   if (from == to) return value;
   if (from == 0) return 0;
   return (value * to + (from - 1) / 2) / from;
 }
+
+std::vector<size_t> InDeliveryOrder(const ModelMovie& movie, const std::vector<size_t>& tracks) {
+  std::vector<size_t> ordered;
+  const auto take = [&](auto isWanted) {
+    for (const size_t t : tracks) {
+      if (isWanted(movie.tracks[t].handler)) ordered.push_back(t);
+    }
+  };
+  take([](const std::string& handler) { return handler == "vide"; });
+  take([](const std::string& handler) { return handler == "soun"; });
+  take([](const std::string& handler) { return handler != "vide" && handler != "soun"; });
+  return ordered;
+}
+
+namespace {
 
 struct PerSample {
   uint64_t time = 0;
@@ -138,8 +150,8 @@ class TrackWalk {
       : movie_(movie), track_(movie.tracks[index]), tables_(track_), index_(index) {}
 
   std::vector<ModelSample> Between(ModelTime start, ModelTime end) {
-    rangeStart_ = Convert(start.value, start.scale, movie_.timeScale);
-    rangeEnd_ = Convert(end.value, end.scale, movie_.timeScale);
+    rangeStart_ = ConvertTime(start.value, start.scale, movie_.timeScale);
+    rangeEnd_ = ConvertTime(end.value, end.scale, movie_.timeScale);
     std::vector<Elst::Entry> edits = {{.segmentDuration = track_.headerDuration}};
     if (track_.edits) edits = *track_.edits;
     std::vector<uint64_t> starts;
@@ -172,7 +184,7 @@ class TrackWalk {
   }
 
   uint64_t ToTrack(uint64_t movieTime) const {
-    return Convert(movieTime, movie_.timeScale, track_.timeScale);
+    return ConvertTime(movieTime, movie_.timeScale, track_.timeScale);
   }
 
   void ShowEdit(const Elst::Entry& edit, uint64_t segmentStart, bool isFirst) {
@@ -182,7 +194,7 @@ class TrackWalk {
       return;
     }
     const auto mediaTime = static_cast<uint64_t>(edit.mediaTime);
-    const uint64_t mediaInMovie = Convert(mediaTime, track_.timeScale, movie_.timeScale);
+    const uint64_t mediaInMovie = ConvertTime(mediaTime, track_.timeScale, movie_.timeScale);
     const uint64_t editEnd = mediaInMovie + edit.segmentDuration;
     const uint64_t begin = isFirst ? rangeStart_ - segmentStart + mediaInMovie : mediaInMovie;
     const uint64_t rangeEnd = isFirst ? rangeEnd_ : rangeEnd_ - segmentStart + mediaInMovie;
@@ -270,20 +282,6 @@ class TrackWalk {
   std::vector<ModelSample> delivered_;
 };
 
-/// Video, then sound, then the others.
-std::vector<size_t> InOrder(const ModelMovie& movie, const std::vector<size_t>& tracks) {
-  std::vector<size_t> ordered;
-  const auto take = [&](auto isWanted) {
-    for (const size_t t : tracks) {
-      if (isWanted(movie.tracks[t].handler)) ordered.push_back(t);
-    }
-  };
-  take([](const std::string& handler) { return handler == "vide"; });
-  take([](const std::string& handler) { return handler == "soun"; });
-  take([](const std::string& handler) { return handler != "vide" && handler != "soun"; });
-  return ordered;
-}
-
 std::vector<ModelSample> Merge(const ModelMovie& movie,
                                const std::vector<std::vector<ModelSample>>& lists) {
   std::vector<size_t> next(lists.size(), 0);
@@ -311,7 +309,7 @@ std::vector<ModelSample> Merge(const ModelMovie& movie,
 std::vector<ModelSample> ExpectSamples(const ModelMovie& movie, ModelTime start, ModelTime end,
                                        const std::vector<size_t>& tracks) {
   std::vector<std::vector<ModelSample>> lists;
-  for (const size_t t : InOrder(movie, tracks)) {
+  for (const size_t t : InDeliveryOrder(movie, tracks)) {
     lists.push_back(TrackWalk(movie, t).Between(start, end));
   }
   return Merge(movie, lists);
@@ -320,7 +318,8 @@ std::vector<ModelSample> ExpectSamples(const ModelMovie& movie, ModelTime start,
 std::vector<ModelSample> ExpectMediaSamples(const ModelMovie& movie,
                                             const std::vector<size_t>& tracks) {
   std::vector<std::vector<ModelSample>> lists;
-  for (const size_t t : InOrder(movie, tracks)) lists.push_back(TrackWalk(movie, t).Media());
+  for (const size_t t : InDeliveryOrder(movie, tracks))
+    lists.push_back(TrackWalk(movie, t).Media());
   return Merge(movie, lists);
 }
 

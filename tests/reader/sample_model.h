@@ -49,6 +49,11 @@ struct ModelSample {
   uint64_t offset = 0;       // In the file.
 };
 
+/// Nearest whole number, an exact half down for an even divisor; the product wraps.
+uint64_t ConvertTime(uint64_t value, uint32_t from, uint32_t to);
+/// Video, then sound, then the others.
+std::vector<size_t> InDeliveryOrder(const ModelMovie& movie, const std::vector<size_t>& tracks);
+
 /// The samples of some tracks (in the order of the query) between two times.
 std::vector<ModelSample> ExpectSamples(const ModelMovie& movie, ModelTime start, ModelTime end,
                                        const std::vector<size_t>& tracks);

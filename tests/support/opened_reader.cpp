@@ -8,7 +8,12 @@ void OpenedReader::Open() {
   const QiroK7MIStreamCallBacks stream = stream_.Reading();
   const QiroK7MWarningHandlerCallBacks warning = warnings_.Record();
   const QiroK7MAllocatorCallBacks memory = memory_.Record();
-  result_ = QiroK7MDocOpenForRead(&stream, &warning, &memory, &reader_);
+  if (flags_) {
+    const QiroK7MReadOptions options = {sizeof(options), flags_->value};
+    result_ = QiroK7MDocOpenForReadWithOptions(&stream, &warning, &memory, &options, &reader_);
+  } else {
+    result_ = QiroK7MDocOpenForRead(&stream, &warning, &memory, &reader_);
+  }
   EXPECT_EQ(reader_ != nullptr, result_ == 0);
 }
 

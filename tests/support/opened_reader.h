@@ -14,11 +14,18 @@
 
 namespace k7mtest {
 
+/// A sum of QiroK7MReadFlags.
+struct ReadFlags {
+  uint32_t value;
+};
+
 /// Opens at once and closes when it goes; then everything taken must have been given back, and the
 /// stream closed as often as it was opened.
 class OpenedReader {
  public:
   explicit OpenedReader(const Bytes& file) : stream_(file) { Open(); }
+  /// With QiroK7MDocOpenForReadWithOptions().
+  OpenedReader(const Bytes& file, ReadFlags flags) : stream_(file), flags_(flags) { Open(); }
   /// Lets `prepare(*this)` order faults first.
   template <class Prepare>
   OpenedReader(const Bytes& file, Prepare prepare) : stream_(file) {
@@ -48,6 +55,7 @@ class OpenedReader {
   MemoryStream stream_;
   CountingAllocator memory_;
   WarningRecorder warnings_;
+  std::optional<ReadFlags> flags_;  // None: the plain open.
   QiroK7MReader* reader_ = nullptr;
   QiroK7MError result_ = 0;
   bool isClosed_ = false;
