@@ -11,7 +11,7 @@ namespace k7mtest {
 /// Two tracks with samples in the movie box and in four fragments, one of them before the movie box
 /// when `hasFragmentAhead`; edits, a gap, several runs and track fragments, start times, a fragment
 /// without a track, stray boxes and the metadata box at the end. All data can be read.
-inline Bytes FragmentedSessionFile(bool hasFragmentAhead = false) {
+inline Bytes RichFragmentedFile(bool hasFragmentAhead = false) {
   Movie movie =
       FragmentedMovie({{.samples = SomeSamples(3, 40),
                         .edits = {{.segmentDuration = 50, .mediaTime = -1},
