@@ -54,7 +54,10 @@ void TrackTimeline::CloseEditAt(uint64_t time) {
 
 void TrackTimeline::StartAt(uint64_t decodeTime, bool isGapSample) {
   firstSampleSeen = true;
-  if (isGapSample || decodeTime <= expectedStart_) {
+  // Behind the end of a file that is continued there is no sample that could last until a gap that
+  // comes later.
+  const bool lastsUntilGap = isGapSample && !isResumed_;
+  if (lastsUntilGap || decodeTime <= expectedStart_) {
     return;
   }
   lastDecodeTime_ = expectedStart_;
@@ -116,6 +119,7 @@ void TrackTimeline::ResumeBehind(std::optional<uint64_t> mediaEnd) {
 }
 
 void TrackTimeline::ResumeAt(uint64_t movieDuration) {
+  isResumed_ = true;
   expectedStart_ = ToTrackScale(movieDuration);
   inGap_ = EndInMovieScale() < movieDuration;
   if (inGap_) {

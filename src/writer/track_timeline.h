@@ -62,6 +62,7 @@ class TrackTimeline {
   ElstBox* elst_;
   uint32_t trackTimeScale_;
   uint32_t movieTimeScale_;
+  bool isResumed_ = false;
   uint64_t expectedStart_ = 0;
   uint64_t timeShift_ = 0;  ///< Total length of the gaps so far.
   bool inGap_ = false;

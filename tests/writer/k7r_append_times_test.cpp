@@ -95,14 +95,16 @@ TEST(K7RAppendTimes, AnEarlierSampleIs1280) {
   EXPECT_EQ(writer.TryAdd(video, {.time = 81}), 0u);
 }
 
-TEST(K7RAppendTimes, AGapSampleMayComeFirst) {
+TEST(K7RAppendTimes, AGapSampleThatComesFirstMakesAGapFromTheEndOn) {
   OpenedK7RWriter writer(FileWith({0, 40}));
   QiroK7MTrack* video = writer.DescribedTracks()[0];
   writer.StartFragment();
   writer.Add(video, 60, kGap);
   writer.Add(video, 100, kKey);
   const Bytes file = writer.Finish();
-  EXPECT_EQ(EditsIn(file, 1), (Edits{{60, 0}, {40, -1}, {1, 60}}));
+  EXPECT_EQ(EditsIn(file, 1), (Edits{{41, 0}, {59, -1}, {1, 41}}));
+  EXPECT_EQ(TimesOf(file, 0), (std::vector<uint64_t>{0, 40, 100}));
+  EXPECT_EQ(MediaDuration(file, 1), 42u);
 }
 
 TEST(K7RAppendTimes, AGapInFrontIsKept) {
