@@ -1,4 +1,4 @@
-// Random K7R sessions, closed and continued now and then, read back whole: bytes and times.
+// Random K7R sessions, closed, cut and continued now and then, read back whole: bytes and times.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -32,7 +32,7 @@ class RandomRecording {
       if (writer_ == nullptr) Continue();
       for (uint32_t fragments = Pick(4); fragments-- > 0;) AddFragment();
       // Only the first fragment and closing make the movie box that of a fragmented document.
-      if (Pick(2) == 0 || fragmentCount_ == 0) {
+      if (Pick(2) == 0 || fragments_.empty()) {
         file_ = writer_->Finish();
       } else {
         writer_->Destroy();  // Which writes the last fragment too.
@@ -43,9 +43,15 @@ class RandomRecording {
   }
   const Bytes& File() const { return file_; }
   const Samples& Expected(size_t track) const { return expected_[track]; }
-  uint64_t FragmentCount() const { return fragmentCount_; }
+  uint64_t FragmentCount() const { return fragments_.size(); }
 
  private:
+  struct Fragment {
+    uint64_t start = 0;
+    uint64_t end = 0;
+    size_t samplesBefore[3] = {};
+  };
+
   uint32_t Pick(uint32_t count) { return static_cast<uint32_t>(random_() % count); }
 
   void Start() {
@@ -56,24 +62,47 @@ class RandomRecording {
     EXPECT_EQ(writer_->TryAddHintTrack(hint, {tracks_[0]}, &tracks_[2]), 0u);
     writer_->SetTimeOrigin(tracks_[2], origin_);
   }
+  /// Gives up some of the last fragments now and then, or bytes of the last one.
   void Continue() {
-    writer_ = std::make_unique<OpenedK7RWriter>(file_);
+    size_t kept = fragments_.size();
+    uint64_t keepLimit = ~uint64_t{0};
+    if (Pick(2) == 0 && kept != 0) {
+      kept = Pick(static_cast<uint32_t>(kept) + 1);
+      keepLimit = kept == 0 ? 0 : fragments_[kept - 1].start + Pick(2);
+    } else if (Pick(2) == 0 && kept != 0) {
+      --kept;
+      const uint64_t start = fragments_[kept].start;
+      file_ = Cut(file_, start + Pick(static_cast<uint32_t>(fragments_[kept].end - start)));
+    }
+    if (kept < fragments_.size()) {
+      for (size_t track = 0; track < 3; ++track) {
+        expected_[track].resize(fragments_[kept].samplesBefore[track]);
+      }
+      fragments_.resize(kept);
+    }
+    writer_ = std::make_unique<OpenedK7RWriter>(file_, keepLimit);
     ASSERT_EQ(writer_->Result(), 0u);
+    EXPECT_EQ(writer_->LastFragment(), kept == 0 ? 0 : fragments_.back().start);
     tracks_ = writer_->DescribedTracks();
   }
 
   void AddFragment() {
-    const uint64_t start = writer_->StartFragment();
+    Fragment fragment;
+    fragment.start = writer_->StartFragment();
+    for (size_t track = 0; track < 3; ++track) {
+      fragment.samplesBefore[track] = expected_[track].size();
+    }
     bool hasMedia = false;
     for (uint32_t steps = 1 + Pick(10); steps-- > 0;) hasMedia = Step() || hasMedia;
     if (!hasMedia) return;
-    ++fragmentCount_;
     if (Pick(3) == 0) {
       EXPECT_EQ(writer_->TryAddAbst(Pattern(1 + Pick(40))), 0u);
     }
+    writer_->Flush();
+    fragment.end = writer_->File().Size();
+    fragments_.push_back(fragment);
     if (Pick(4) == 0) {
       EXPECT_EQ(writer_->TryAddFullBox("free", 0, 0, Pattern(Pick(30))), 0u);
-      EXPECT_GT(writer_->File().Size(), start);
     }
   }
 
@@ -118,7 +147,7 @@ class RandomRecording {
   uint32_t origin_;
   uint64_t now_ = 0;
   uint32_t seed_ = 0;
-  uint64_t fragmentCount_ = 0;
+  std::vector<Fragment> fragments_;
   Bytes file_;
   std::unique_ptr<OpenedK7RWriter> writer_;
   std::vector<QiroK7MTrack*> tracks_;
