@@ -52,6 +52,10 @@ class RootBox final : public Box {
   MvhdBox* GetMovieHeader();
   UlbDataBox* GetUlbDataBox();
 
+  /// Of the movie box that was found so far, without parsing on: for boxes that are being
+  /// completed.
+  const MvexBox* GetHeldMvexBox() const { return moov_ == nullptr ? nullptr : moov_->GetMvexBox(); }
+
   bool Resolves(ReadRule rule) const { return (readRules_ & static_cast<uint32_t>(rule)) != 0; }
   /// The fragments of a track parsed so far.
   const TrackFragments& FragmentsOf(uint32_t trackId);
