@@ -57,6 +57,9 @@ class TrackTimeline {
   uint64_t ToTrackScale(uint64_t time) const;
   uint64_t LastEditStart() const { return ToTrackScale(elst_->GetLastSegStartTime()); }
   void CloseEditAt(uint64_t time);
+  void EnterGapAt(uint64_t time);
+  /// The first sample of a track of an existing file.
+  void StartBehindEnd(uint64_t decodeTime, bool isGapSample);
   int64_t EditMediaTime() const { return static_cast<int64_t>(editStart_ - timeShift_); }
 
   ElstBox* elst_;

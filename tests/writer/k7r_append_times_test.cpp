@@ -205,6 +205,33 @@ TEST(K7RAppendTimes, RoundingToTheMovieScaleMakesNoGapBetweenSamplesThatFollow) 
   }
 }
 
+TEST(K7RAppendTimes, NewEditsBeginExactlyAtTheirSampleWhateverTheScales) {
+  for (const uint32_t timeScale : {90000u, 48000u, 44100u, 999u}) {
+    for (uint64_t end = 100; end < 300; end += 7) {
+      for (const uint64_t jitter : {0u, 1u, 20u, 5000u}) {
+        SCOPED_TRACE(std::to_string(timeScale) + ", " + std::to_string(end) + " + " +
+                     std::to_string(jitter));
+        K7RSetup setup(0, {.timeScale = timeScale, .gapCount = 10});
+        AddAt(setup.writer, setup.video, {0});
+        const uint64_t start = setup.writer.StartFragment();
+        setup.writer.Add(setup.video, end, kKey);
+        OpenedK7RWriter writer(setup.writer.Finish(), start - 1);
+        QiroK7MTrack* video = writer.DescribedTracks()[0];
+        AddAt(writer, video, {end + jitter, end + jitter + 10});
+        writer.Add(video, end + jitter + 20, kGap);
+        writer.Add(video, end + jitter + 9999, kKey);
+        const Bytes file = writer.Finish();
+        OpenedReader reader(file);
+        const auto samples = MediaSamples(reader, reader.TrackAt(0), false);
+        ASSERT_EQ(samples.size(), 4u);
+        EXPECT_EQ(static_cast<uint64_t>(EditsIn(file, 1).back().mediaTime),
+                  samples[3].info.timeStamp);
+        EXPECT_EQ(samples[1].info.timeStamp, end);
+      }
+    }
+  }
+}
+
 TEST(K7RAppendTimes, AnEditListThatIsUsedUpIs16) {
   K7RSetup setup(0, {.gapCount = 0});
   AddAt(setup.writer, setup.video, {0, 40});
