@@ -66,7 +66,7 @@ std::span<const MandatoryBox> TrafBox::GetMandatoryBoxes() const {
 
 void TrafBox::CompleteReadChildBoxes(RootBox* root, bool validate) {
   ThrowIf(tfhd_ == nullptr, kQiroK7MErrorNoTrackFragmentHeader);
-  const MvexBox* mvex = root->GetHeldMvexBox();
+  const MvexBox* mvex = root->GetParsedMvexBox();
   ThrowIf(mvex == nullptr, kQiroK7MErrorInvalidHierarchy);
   tfhd_->CompleteRead(root, validate);
   const TrexBox* trex = mvex->GetDefaultsForTrack(tfhd_->GetTrackId());

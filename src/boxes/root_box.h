@@ -51,10 +51,8 @@ class RootBox final : public Box {
   MvexBox* GetMvexBox();
   MvhdBox* GetMovieHeader();
   UlbDataBox* GetUlbDataBox();
-
-  /// Of the movie box that was found so far, without parsing on: for boxes that are being
-  /// completed.
-  const MvexBox* GetHeldMvexBox() const { return moov_ == nullptr ? nullptr : moov_->GetMvexBox(); }
+  /// Null as long as no movie box was completed. Parses nothing: for boxes that are completed.
+  MvexBox* GetParsedMvexBox() const { return moov_ == nullptr ? nullptr : moov_->GetMvexBox(); }
 
   bool Resolves(ReadRule rule) const { return (readRules_ & static_cast<uint32_t>(rule)) != 0; }
   /// The fragments of a track parsed so far.
