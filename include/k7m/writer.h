@@ -198,7 +198,8 @@ K7M_API QiroK7MError QiroK7MWriterAddFullBox(QiroK7MWriter* writer, uint32_t typ
                                              uint32_t length);
 
 /// Fills the document record with what the writer was created with; the duration of a new document
-/// is 0 here, whatever was added.
+/// is 0 here, whatever was added. That of a file that is continued (k7r.h) is how long its kept
+/// part lasts.
 /// @param writer  required
 /// @param info    receives the record; required
 /// @return #kQiroK7MErrorNone, #kQiroK7MErrorInvalidArgument or #kQiroK7MErrorWriterStateBad

@@ -54,16 +54,32 @@ void TrackTimeline::CloseEditAt(uint64_t time) {
 
 void TrackTimeline::StartAt(uint64_t decodeTime, bool isGapSample) {
   firstSampleSeen = true;
-  if (isGapSample || decodeTime <= expectedStart_) {
+  if (isResumed_) {
+    StartBehindEnd(decodeTime, isGapSample);
+  } else if (!isGapSample && decodeTime > expectedStart_) {
+    // The media entry of length 0 that this gives a late track is intended.
+    EnterGapAt(expectedStart_);
+  }
+}
+
+void TrackTimeline::StartBehindEnd(uint64_t decodeTime, bool isGapSample) {
+  if (inGap_ || decodeTime <= End()) {
     return;
   }
-  lastDecodeTime_ = expectedStart_;
-  if (!inGap_) {
-    inGap_ = true;
-    // The media entry of length 0 that this gives a late track is intended.
-    CloseEditAt(expectedStart_);
-    editStart_ = expectedStart_;
+  if (!isGapSample && decodeTime <= expectedStart_) {
+    // Less than the movie time scale can tell: no edit, but media times must stay true.
+    timeShift_ += decodeTime - End();
+  } else {
+    // Also a gap sample: no sample lasts until it.
+    EnterGapAt(End());
   }
+}
+
+void TrackTimeline::EnterGapAt(uint64_t time) {
+  lastDecodeTime_ = time;
+  inGap_ = true;
+  CloseEditAt(time);
+  editStart_ = time;
 }
 
 void TrackTimeline::AddGap(uint64_t decodeTime) {
@@ -71,10 +87,7 @@ void TrackTimeline::AddGap(uint64_t decodeTime) {
     return;
   }
   lastDuration_ = 0;
-  lastDecodeTime_ = decodeTime;
-  inGap_ = true;
-  CloseEditAt(decodeTime);
-  editStart_ = decodeTime;
+  EnterGapAt(decodeTime);
 }
 
 uint64_t TrackTimeline::AddMedia(uint64_t decodeTime) {
@@ -116,6 +129,7 @@ void TrackTimeline::ResumeBehind(std::optional<uint64_t> mediaEnd) {
 }
 
 void TrackTimeline::ResumeAt(uint64_t movieDuration) {
+  isResumed_ = true;
   expectedStart_ = ToTrackScale(movieDuration);
   inGap_ = EndInMovieScale() < movieDuration;
   if (inGap_) {
@@ -125,8 +139,6 @@ void TrackTimeline::ResumeAt(uint64_t movieDuration) {
   } else {
     editPending_ = elst_->GetEntries().empty();
     editStart_ = LastEditStart();
-    // Rounding to movie scale must not make a gap in front of a sample that follows at once.
-    expectedStart_ = std::max(expectedStart_, End());
   }
 }
 

@@ -57,11 +57,15 @@ class TrackTimeline {
   uint64_t ToTrackScale(uint64_t time) const;
   uint64_t LastEditStart() const { return ToTrackScale(elst_->GetLastSegStartTime()); }
   void CloseEditAt(uint64_t time);
+  void EnterGapAt(uint64_t time);
+  /// The first sample of a track of an existing file.
+  void StartBehindEnd(uint64_t decodeTime, bool isGapSample);
   int64_t EditMediaTime() const { return static_cast<int64_t>(editStart_ - timeShift_); }
 
   ElstBox* elst_;
   uint32_t trackTimeScale_;
   uint32_t movieTimeScale_;
+  bool isResumed_ = false;
   uint64_t expectedStart_ = 0;
   uint64_t timeShift_ = 0;  ///< Total length of the gaps so far.
   bool inGap_ = false;

@@ -336,6 +336,17 @@ TEST(BoxIterator, ReverseWalksFromTheLastChild) {
   EXPECT_EQ(Offsets(impl::ReverseBoxIteratorByType(family.box, Code("aaaa"))), (Numbers{24, 8}));
 }
 
+TEST(RootBox, ATrackFragmentInFrontOfTheMovieBoxOutsideAFragmentIs14) {
+  const Bytes traf = Box("traf", FullBox("tfhd", 0, 0, Tfhd{}));
+  for (const Bytes& box : {traf, Box("edts", traf),
+                           Box("moov", FullBox("mvhd", 0, 0, Mvhd{}), Box("trak", traf), traf)}) {
+    Document document(box + MinimalMoov());
+    EXPECT_EQ(ErrorOf([&document] { document.Next(); }), 14U);
+  }
+  Document nested(Box("edts", Box("moof", FullBox("mfhd", 0, 0, Mfhd{}), traf)) + MinimalMoov());
+  EXPECT_EQ(ErrorOf([&nested] { nested.Next(); }), 14U);
+}
+
 TEST(BoxIterator, CopiesAreIndependent) {
   Family family;
   impl::BoxIterator first(family.box, 0);

@@ -95,14 +95,16 @@ TEST(K7RAppendTimes, AnEarlierSampleIs1280) {
   EXPECT_EQ(writer.TryAdd(video, {.time = 81}), 0u);
 }
 
-TEST(K7RAppendTimes, AGapSampleMayComeFirst) {
+TEST(K7RAppendTimes, AGapSampleThatComesFirstMakesAGapFromTheEndOn) {
   OpenedK7RWriter writer(FileWith({0, 40}));
   QiroK7MTrack* video = writer.DescribedTracks()[0];
   writer.StartFragment();
   writer.Add(video, 60, kGap);
   writer.Add(video, 100, kKey);
   const Bytes file = writer.Finish();
-  EXPECT_EQ(EditsIn(file, 1), (Edits{{60, 0}, {40, -1}, {1, 60}}));
+  EXPECT_EQ(EditsIn(file, 1), (Edits{{41, 0}, {59, -1}, {1, 41}}));
+  EXPECT_EQ(TimesOf(file, 0), (std::vector<uint64_t>{0, 40, 100}));
+  EXPECT_EQ(MediaDuration(file, 1), 42u);
 }
 
 TEST(K7RAppendTimes, AGapInFrontIsKept) {
@@ -199,6 +201,33 @@ TEST(K7RAppendTimes, RoundingToTheMovieScaleMakesNoGapBetweenSamplesThatFollow) 
       OpenedK7RWriter writer(setup.writer.Finish(), start - 1);  // The first one lasts until `end`.
       AddAt(writer, writer.DescribedTracks()[0], {end, end + 1000});
       EXPECT_EQ(EditsIn(writer.Finish(), 1).size(), 1u) << timeScale << ", " << end;
+    }
+  }
+}
+
+TEST(K7RAppendTimes, NewEditsBeginExactlyAtTheirSampleWhateverTheScales) {
+  for (const uint32_t timeScale : {90000u, 48000u, 44100u, 999u}) {
+    for (uint64_t end = 100; end < 300; end += 7) {
+      for (const uint64_t jitter : {0u, 1u, 20u, 5000u}) {
+        SCOPED_TRACE(std::to_string(timeScale) + ", " + std::to_string(end) + " + " +
+                     std::to_string(jitter));
+        K7RSetup setup(0, {.timeScale = timeScale, .gapCount = 10});
+        AddAt(setup.writer, setup.video, {0});
+        const uint64_t start = setup.writer.StartFragment();
+        setup.writer.Add(setup.video, end, kKey);
+        OpenedK7RWriter writer(setup.writer.Finish(), start - 1);
+        QiroK7MTrack* video = writer.DescribedTracks()[0];
+        AddAt(writer, video, {end + jitter, end + jitter + 10});
+        writer.Add(video, end + jitter + 20, kGap);
+        writer.Add(video, end + jitter + 9999, kKey);
+        const Bytes file = writer.Finish();
+        OpenedReader reader(file);
+        const auto samples = MediaSamples(reader, reader.TrackAt(0), false);
+        ASSERT_EQ(samples.size(), 4u);
+        EXPECT_EQ(static_cast<uint64_t>(EditsIn(file, 1).back().mediaTime),
+                  samples[3].info.timeStamp);
+        EXPECT_EQ(samples[1].info.timeStamp, end);
+      }
     }
   }
 }

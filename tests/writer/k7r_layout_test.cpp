@@ -3,6 +3,7 @@
 
 #include "k7r_expectations.h"
 #include "support/opened_reader.h"
+#include "writer/k7r_writer.h"
 
 namespace k7mtest {
 namespace {
@@ -83,6 +84,25 @@ TEST(K7RLayout, EveryFragmentHasItsOwnBootstrapBox) {
   EXPECT_EQ(CodesBehindMoov(file), (Strings{"afra", "abst", "moof", "mdat", "afra", "moof", "mdat",
                                             "afra", "abst", "moof", "mdat"}));
   EXPECT_EQ(FindBox(file, "abst#2"), FullBox("abst", 0, 0, Pattern(7)));
+}
+
+TEST(K7RLayout, ABootstrapBoxMayStandBeforeTheAfra) {
+  using Writer = qiro::k7m::impl::K7RWriter;
+  K7RSetup setup;
+  OpenedK7RWriter& writer = setup.writer;
+  const uint64_t start = writer.StartFragment();
+  writer.Add(setup.video, {.time = 0, .data = kOne, .flags = kKey}, true);
+  CountedBuffer abst(kThree);
+  reinterpret_cast<Writer*>(writer.K7R())
+      ->AddAbst(abst.Record(), 4, Writer::AbstPlace::kBeforeAfra);
+  writer.StartFragment();
+  const Bytes file = writer.File();
+  EXPECT_EQ(abst.Releases(), 1);
+  EXPECT_EQ(CodesBehindMoov(file), (Strings{"abst", "afra", "moof", "mdat"}));
+  EXPECT_EQ(PlaceOf(file, "abst").offset, start);
+  EXPECT_EQ(FindBox(file, "abst"), FullBox("abst", 0, 0, kThree));
+  const uint64_t place = PlaceOf(file, "afra").offset + NumberIn(file, "afra", 29, 8);
+  EXPECT_EQ(file.Slice(place, kOne.Size()), kOne);
 }
 
 TEST(K7RLayout, EntriesAreMadeForTheSamplesThatAskForThem) {
