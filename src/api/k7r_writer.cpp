@@ -72,11 +72,11 @@ QiroK7MError QiroK7RWriterAddHintTrack(QiroK7RWriter* writer, const QiroK7RHintT
     RequireGood(AsWriter(writer));
     QiroK7MTrackInfo hintInfo = *info;
     hintInfo.mediaType = FourCc("hint");
-    ThrowIf(info->mediaType != 0 && info->mediaType != hintInfo.mediaType,
-            kQiroK7MErrorMediaTypeMismatch);
     ThrowIf(info->timeScale == 0, kQiroK7MErrorZeroTimeScale);
     ThrowIf(info->flags != 0, kQiroK7MErrorHintTrackFlags);
     ThrowIf(hint->hintProtocol != kSupportedProtocol, kQiroK7MErrorUnsupportedHintProtocol);
+    ThrowIf(info->mediaType != 0 && info->mediaType != hintInfo.mediaType,
+            kQiroK7MErrorMediaTypeMismatch);
     const auto name = impl::TerminatedHandlerName(handlerName, info->handlerNameLength);
     *out = AsHandle(Impl(writer).CreateNewTrack(hintInfo, *entries, maxSampleCount, name, ids));
   });

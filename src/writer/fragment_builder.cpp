@@ -101,10 +101,21 @@ void FragmentBuilder::RememberFragment() {
     }
     const auto& traf = static_cast<const TrafBox&>(*child);
     TrackState& track = tracks_[traf.GetTrackId() - 1];
+    track.earlierDurationOffset = track.pendingDurationOffset;
+    track.earlierTimestamp = track.pendingTimestamp;
     track.pendingDurationOffset = traf.GetTruns().back()->LastSampleDurationOffset();
     track.pendingTimestamp = track.lastTime;
     for (; track.stampedEntries < track.entries.size(); ++track.stampedEntries) {
       track.entries[track.stampedEntries].moofOffset = moof_->GetBeginOffset();
+    }
+  }
+}
+
+void FragmentBuilder::ForgetFrom(uint64_t offset) {
+  for (TrackState& track : tracks_) {
+    if (track.pendingDurationOffset >= offset) {
+      track.pendingDurationOffset = track.earlierDurationOffset;
+      track.pendingTimestamp = track.earlierTimestamp;
     }
   }
 }

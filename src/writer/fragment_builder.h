@@ -41,6 +41,9 @@ class FragmentBuilder {
   template <class EndOf>
   uint64_t Write(uint64_t offset, MdatBox& mdat, bool isMoofFirst, EndOf endOf);
 
+  /// What was written from `offset` on is lost: the samples before it get new successors.
+  void ForgetFrom(uint64_t offset);
+
   const K7MVector<TfraEntry>& RandomAccessEntries(size_t track) const {
     return tracks_[track].entries;
   }
@@ -59,6 +62,9 @@ class FragmentBuilder {
     /// comes; 0: nowhere.
     uint64_t pendingDurationOffset = 0;
     uint64_t pendingTimestamp = 0;
+    /// The same two as they were before the last written fragment, in case that is lost.
+    uint64_t earlierDurationOffset = 0;
+    uint64_t earlierTimestamp = 0;
     K7MVector<TfraEntry> entries;
     size_t stampedEntries = 0;  ///< Entries that know their 'moof'.
   };

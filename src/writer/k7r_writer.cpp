@@ -156,7 +156,7 @@ void K7RWriter::FlushWriter() {
   const uint64_t begin = writeOffset_;
   const QiroK7MError failure = GuardedCall([this] { WriteWithAfra(); });
   if (failure != kQiroK7MErrorNone) {
-    writeOffset_ = begin;
+    LoseFragment(begin);
     hasLostFragment_ = true;
   }
   // Media that is still there is written by the next flush, with what belongs to it.
@@ -177,6 +177,7 @@ void K7RWriter::WriteEmptyAfra() {
 }
 
 void K7RWriter::WriteWithAfra() {
+  unreservedEnd_ = 0;  // The fragment takes its place.
   if (abst_.IsPending() && abst_.Place() == AbstPlace::kBeforeAfra) {
     WriteAbst();
   }

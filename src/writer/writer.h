@@ -102,6 +102,11 @@ class Writer : public K7MBase {
   /// No track can be added any more. In a fragmented document the 'mvex' becomes the last box in
   /// the movie box. Does nothing the second time.
   void CloseMovieBox();
+  /// The fragment that was written from `offset` on is lost; what follows takes its place.
+  void LoseFragment(uint64_t offset) {
+    writeOffset_ = offset;
+    fragments_->ForgetFrom(offset);
+  }
   bool HasOpenMdat() const { return mdat_ != nullptr; }
   const Track& TrackOf(uint32_t trackId);
   const K7MVector<std::unique_ptr<Track>>& Tracks() const { return tracks_; }

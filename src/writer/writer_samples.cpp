@@ -149,7 +149,10 @@ void Writer::Finalise() {
 
 void Writer::CutRemains() {
   const bool endsWithMedia = mdat_ != nullptr && !IsFragmented();
-  const uint64_t end = endsWithMedia ? mdat_->GetEndOffset() : writeOffset_;
+  // What was written without being reserved is a part of the document as long as nothing took its
+  // place.
+  const uint64_t end =
+      std::max(endsWithMedia ? mdat_->GetEndOffset() : writeOffset_, unreservedEnd_);
   if (stream_.Get()->Length() > end) {
     stream_.Get()->Truncate(end);
   }

@@ -178,13 +178,14 @@ void Writer::AddFullBox(uint32_t type, uint8_t version, uint32_t flags,
   FlushWriter();
   const auto box =
       MakeBox<UnknownFullBox>(GetAllocator(), stream_.Get(), type, version, flags, payload);
+  if (unreservedEnd_ > writeOffset_) {
+    // What this box does not cover would be taken for the begin of a box.
+    stream_.Get()->Truncate(writeOffset_);
+    unreservedEnd_ = 0;
+  }
   box->SetBeginOffset(writeOffset_);
   box->WriteBox();
   writeOffset_ += box->GetTotalSize();
-  if (unreservedEnd_ > writeOffset_) {
-    // Its last bytes would be taken for the begin of a box.
-    stream_.Get()->Truncate(writeOffset_);
-  }
 }
 
 QiroK7MDocInfo Writer::GetDocInfo() const { return docInfo_; }
