@@ -355,5 +355,41 @@ TEST(K7RFaults, AFragmentThatFailedHarmlesslyIsWrittenAgainOrReplaced) {
   EXPECT_GT(replaced, 0u);
 }
 
+/// The durations that wait for a successor are again those before the lost fragment.
+TEST(K7RFaults, ALostFragmentLeavesNothingToBePatchedInItsPlace) {
+  const Bytes longMedia(std::vector<uint8_t>(300, 0x55));
+  uint64_t lost = 0;
+  Sweep([&](uint64_t n) {
+    OpenedK7RWriter writer;
+    QiroK7MTrack* video = writer.AddDescribedTrack();
+    QiroK7MTrack* audio = writer.AddDescribedTrack({.mediaType = "soun"});
+    writer.AddDescribedHintTrack({video, audio});
+    writer.StartFragment();
+    writer.Add(video, {.time = 0, .data = {1}, .flags = kKey});
+    writer.Add(audio, {.time = 0, .data = {2}});
+    const uint64_t start = writer.StartFragment();
+    writer.Add(video, {.time = 40, .data = {3}});
+    writer.Add(audio, {.time = 40, .data = {4}});
+    writer.Stream().FailNth(Call::kWrite, n, kHarmless);
+    if (writer.TryStartFragment() == 0) return false;
+    if (writer.StartFragment() != start) return true;  // It was written again.
+    ++lost;
+    writer.Add(video, {.time = 80, .data = longMedia});
+    writer.StartFragment();
+    writer.Add(audio, {.time = 90, .data = {9}});
+    const Bytes file = writer.Finish();
+    EXPECT_EQ(MediaOf(file, 0), (std::vector<Bytes>{{1}, longMedia}));
+    EXPECT_EQ(MediaOf(file, 1), (std::vector<Bytes>{{2}, {9}}));
+    const OpenedReader reader(file);
+    const auto timesOf = [&reader](size_t track) {
+      return TimeStamps(MediaSamples(reader, reader.TrackAt(track)));
+    };
+    EXPECT_EQ(timesOf(0), (std::vector<uint64_t>{0, 80}));
+    EXPECT_EQ(timesOf(1), (std::vector<uint64_t>{0, 90}));
+    return true;
+  });
+  EXPECT_GT(lost, 0u);
+}
+
 }  // namespace
 }  // namespace k7mtest
