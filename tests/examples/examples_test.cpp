@@ -5,36 +5,14 @@
 #include <fstream>
 #include <iterator>
 
-#include "tools/decoded_streams.h"
+#include "example_runs.h"
 
 namespace k7mtest {
 namespace {
 
 namespace fs = std::filesystem;
 
-class ExamplesTest : public testing::Test {
- protected:
-  ExamplesTest() {
-    std::string pattern = (fs::temp_directory_path() / "k7m-test-XXXXXX").string();
-    folder_ = mkdtemp(pattern.data());
-  }
-  ~ExamplesTest() override { fs::remove_all(folder_); }
-  std::string Path(const std::string& name) const { return (folder_ / name).string(); }
-  bool Run(const std::string& program, const std::vector<std::string>& paths) {
-    std::string command = Quoted(program);
-    for (const std::string& path : paths) command += " " + Quoted(path);
-    return RunCommand(command + " 2>&1").has_value();
-  }
-
- private:
-  fs::path folder_;
-};
-
-// Raw bytes of a stream as ffmpeg decodes it.
-std::string Decode(const std::string& path, const std::string& options) {
-  return RunCommand("ffmpeg -nostdin -v error -i " + Quoted(path) + " " + options + " -")
-      .value_or("");
-}
+class ExamplesTest : public ExampleRuns {};
 
 // The two seconds that both writing programs make.
 void ExpectPicturesAndSound(const std::string& movie) {
@@ -87,59 +65,7 @@ TEST_F(ExamplesTest, CopyMovieMakesTheSameFrames) {
   }
 }
 
-// The numbers of the frames of a recording, which are the values of their bytes.
-std::vector<int> FramesOf(const std::string& path) {
-  const std::string pictures =
-      Decode(path, "-map 0:v -vsync passthrough -pix_fmt rgb24 -f rawvideo");
-  constexpr size_t kFrame = 16 * 16 * 3;
-  EXPECT_EQ(pictures.size() % kFrame, 0u);
-  std::vector<int> frames;
-  for (size_t at = 0; at < pictures.size(); at += kFrame) {
-    EXPECT_EQ(pictures.substr(at, kFrame), std::string(kFrame, pictures[at]));
-    frames.push_back(static_cast<uint8_t>(pictures[at]));
-  }
-  return frames;
-}
-
-std::vector<int> FirstFrames(size_t count) {
-  std::vector<int> frames(count);
-  for (size_t i = 0; i < count; ++i) frames[i] = static_cast<int>(i % 256);
-  return frames;
-}
-
-TEST_F(ExamplesTest, RecordLiveGoesOnWhereItEnded) {
-  const std::string recording = Path("live.k7r");
-  for (size_t times = 1; times <= 3; ++times) {
-    ASSERT_TRUE(Run(K7M_RECORD_LIVE, {recording, "2", "0"}));
-    EXPECT_EQ(FramesOf(recording), FirstFrames(times * 2 * 25));
-  }
-}
-
-TEST_F(ExamplesTest, RecordLiveMayBeKilledAtAnyMoment) {
-  const std::string recording = Path("live.k7r");
-  const std::string killed = std::string("timeout -s KILL ");
-  size_t frameCount = 0;
-  for (const char* seconds : {"0.002", "0.05", "0.11", "0.2", "0.3"}) {
-    EXPECT_FALSE(RunCommand(killed + seconds + " " + Quoted(K7M_RECORD_LIVE) + " " +
-                            Quoted(recording) + " 0 3 2>&1"));
-    ASSERT_TRUE(Run(K7M_RECORD_LIVE, {recording, "1", "0"}));
-    const std::vector<int> frames = FramesOf(recording);
-    EXPECT_EQ(frames, FirstFrames(frames.size()));
-    EXPECT_EQ(frames.size() % 25, 0u);
-    EXPECT_GE(frames.size(), frameCount + 25);
-    frameCount = frames.size();
-  }
-  EXPECT_GT(frameCount, 5 * 25u);
-}
-
 TEST_F(ExamplesTest, UnusableFilesAreFailures) {
-  EXPECT_FALSE(Run(K7M_RECORD_LIVE, {}));
-  EXPECT_FALSE(Run(K7M_RECORD_LIVE, {Path("no/such/live.k7r")}));
-  const std::string text = Path("text");
-  std::ofstream(text) << "This is no recording, and must not become one.";
-  EXPECT_FALSE(Run(K7M_RECORD_LIVE, {text, "1", "0"}));
-  EXPECT_EQ(fs::file_size(text), 46u);
-
   EXPECT_FALSE(Run(K7M_WRITE_MOVIE, {Path("no/such/movie.mov")}));
   EXPECT_FALSE(Run(K7M_COPY_MOVIE, {Path("none.mp4"), Path("copy.mp4")}));
   EXPECT_FALSE(Run(K7M_COPY_MOVIE, {"/dev/null", Path("copy.mp4")}));
