@@ -24,9 +24,9 @@ enum {
   kMessageHeaderSize = 11,
   kMaxRestarts = 1000,
   kMaxHeadSize = 64 * 1024, /* More than the boxes in front of the first fragment take. */
-  kVideo = 0x76696465, /* 'vide' */
-  kHint = 0x68696E74,  /* 'hint' */
-  kRawRgb = 0x72617720 /* 'raw ': red, green, blue, 8 bits each, row by row */
+  kVideo = 0x76696465,      /* 'vide' */
+  kHint = 0x68696E74,       /* 'hint' */
+  kRawRgb = 0x72617720      /* 'raw ': red, green, blue, 8 bits each, row by row */
 };
 
 /* A step that fails ends the recording; what was written whole is on the file all the same. */

@@ -151,7 +151,10 @@ RemuxPlan PlanRemux(const Document& document, const RemuxRules& rules) {
     plan.longestHeader = LongestHeader(document, tracks[i]);
     const bool isLeading = &tracks[i] == leading;
     if (isUsed[i]) CountSamples(document, rules.edits, &plan, isLeading ? &*cuts : nullptr);
-    if (isLeading) result.cuts = cuts->Take(tracks[i].info.mediaType == kVideo);
+    if (isLeading) {
+      result.cuts = cuts->Take(tracks[i].info.mediaType == kVideo);
+      result.leadingTrack = result.tracks.size();
+    }
     result.tracks.push_back(std::move(plan));
   }
   return result;

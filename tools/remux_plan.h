@@ -33,6 +33,9 @@ struct RemuxPlan {
   std::vector<TrackPlan> tracks;
   /// Where a fragment ends and the next one begins, in order.
   std::vector<MediaTime> cuts;
+  /// The track that decides about them, by its place in `tracks`; none without fragments or
+  /// samples.
+  std::optional<size_t> leadingTrack;
 };
 
 /// Walks over all samples, without their bytes, and tells what each track needs. Tracks that cannot

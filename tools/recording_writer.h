@@ -1,0 +1,58 @@
+/// @file recording_writer.h
+/// A K7R file being written.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "movie_writer.h"
+
+namespace qiro::k7m::tool {
+
+/// How many times a file can be continued: there is room for the waits of so many times.
+inline constexpr uint32_t kContinuationCount = 100;
+
+/// Which samples get a random access entry.
+struct AccessRule {
+  size_t leadingTrack = 0;  ///< Its key samples, in the order of AddTrack().
+  /// Without video no sample is better than another: the first one of every fragment.
+  bool hasVideo = false;
+};
+
+/// A K7R file: every sample of a track is also one of the hint track, and its bytes are in the file
+/// once. A fragment stays in memory until it ends.
+class RecordingWriter : public MovieWriter {
+ public:
+  /// As MovieWriter. A new file: the tracks, then AddHintTrack(), then samples.
+  RecordingWriter(int descriptor, std::string name, const QiroK7MDocInfo& info);
+
+  /// Adds the hint track, which serves all tracks so far. The file's times count from 0.
+  /// @param timeScale  of its times and of the random access entries
+  /// @param gapCount   waits of all tracks that there is to be room for
+  void AddHintTrack(uint32_t timeScale, uint32_t gapCount);
+  /// The payload of a bootstrap box that every fragment gets from now on; none when it is empty.
+  void SetBootstrap(std::vector<uint8_t> payload) { bootstrap_ = std::move(payload); }
+  void SetAccessRule(const AccessRule& rule) { accessRule_ = rule; }
+
+  /// A change of description begins a fragment when the open one has a sample of the track.
+  void AddSample(size_t track, size_t description, const QiroK7MSampleInfo& info,
+                 std::vector<uint8_t>* bytes) override;
+  void EndFragment() override { hasFragment_ = false; }
+
+ private:
+  void AddHintDescription();
+  void StartFragment();
+  void QueueBootstrap();
+  bool GetsEntry(size_t track, const QiroK7MSampleInfo& info) const;
+
+  QiroK7RWriter* recording_ = nullptr;  // The same writer by its other name.
+  QiroK7MTrack* hintTrack_ = nullptr;
+  std::vector<uint8_t> bootstrap_;
+  AccessRule accessRule_;
+  bool hasFragment_ = false;        // A fragment was started and has not ended.
+  bool fragmentHasMedia_ = false;   // It holds a sample.
+  std::vector<bool> isInFragment_;  // By track: it holds one of this track.
+};
+
+}  // namespace qiro::k7m::tool
