@@ -78,10 +78,11 @@ class FragmentGatherer {
  public:
   explicit FragmentGatherer(Numbers* numbers) : numbers_(numbers) {}
 
+  bool CanTake(const TopLevelBox& box) const {
+    return IsBetweenFragments(box) || CanStandHere(box.type);
+  }
   void Take(const TopLevelBox& box) {
-    const bool isOfAFragment =
-        box.type == "afra" || box.type == "abst" || box.type == "moof" || box.type == "mdat";
-    if (!isOfAFragment && !IsInside()) return;
+    if (IsBetweenFragments(box)) return;
     if (!CanStandHere(box.type)) Refuse(box);
     if (box.type == "afra") Begin(box);
     lastType_ = box.type;
@@ -93,8 +94,19 @@ class FragmentGatherer {
   bool IsInside() const { return !lastType_.empty(); }
   const std::vector<FragmentPlace>& Fragments() const { return fragments_; }
   uint32_t TimeScale() const { return timeScale_; }
+  [[noreturn]] void Refuse(const TopLevelBox& box) const {
+    const std::string place =
+        lastType_.empty() ? "before any 'afra' of its own" : "behind an '" + lastType_ + "'";
+    throw FileFailure(numbers_->Path(), "'" + box.type + "' at byte " + std::to_string(box.offset) +
+                                            " stands " + place + ", where no fragment can have it");
+  }
 
  private:
+  bool IsBetweenFragments(const TopLevelBox& box) const {
+    const bool isOfAFragment =
+        box.type == "afra" || box.type == "abst" || box.type == "moof" || box.type == "mdat";
+    return !isOfAFragment && !IsInside();
+  }
   bool CanStandHere(const std::string& type) const {
     if (type == "afra") return !IsInside();
     if (type == "abst") return lastType_ == "afra";
@@ -111,12 +123,6 @@ class FragmentGatherer {
     const uint64_t entryCount = numbers_->At(fields + kEntryCountPosition, 4);
     if (entryCount == 0 || fieldsSize < kFirstTimePosition + kTimeSize) return;
     current_.time = Converted(numbers_->At(fields + kFirstTimePosition, 8), scale, timeScale_);
-  }
-  [[noreturn]] void Refuse(const TopLevelBox& box) const {
-    const std::string place =
-        lastType_.empty() ? "before any 'afra' of its own" : "behind an '" + lastType_ + "'";
-    throw FileFailure(numbers_->Path(), "'" + box.type + "' at byte " + std::to_string(box.offset) +
-                                            " stands " + place + ", where no fragment can have it");
   }
 
   Numbers* numbers_;
@@ -137,6 +143,29 @@ FragmentList ListFragments(FileStream* file) {
     offset += box->size;
   }
   return {gatherer.TimeScale(), gatherer.Fragments(), gatherer.IsInside()};
+}
+
+void RefuseOtherFragments(FileStream* file) {
+  Numbers numbers(file);
+  FragmentGatherer gatherer(&numbers);
+  std::optional<TopLevelBox> misplaced;
+  bool isBehindMovie = false;
+  bool hasMoof = false;  // Without one it is no fragmented file, whatever it is.
+  uint64_t offset = 0;
+  while (const auto box = BoxAt(&numbers, offset)) {
+    hasMoof = hasMoof || box->type == "moof";
+    if (isBehindMovie && !misplaced) {
+      if (gatherer.CanTake(*box)) {
+        gatherer.Take(*box);
+      } else {
+        misplaced = box;
+      }
+    }
+    if (!gatherer.Fragments().empty()) return;
+    if (misplaced && hasMoof) gatherer.Refuse(*misplaced);
+    isBehindMovie = isBehindMovie || box->type == "moov";
+    offset += box->size;
+  }
 }
 
 }  // namespace qiro::k7m::tool

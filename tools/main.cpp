@@ -30,6 +30,7 @@ Action ChooseAction(int argumentCount, char** arguments) {
   AddIndexCommand(program, chosen);
   AddQueryCommand(program, chosen);
   AddFragmentCommand(program, chosen);
+  AddRepairCommand(program, chosen);
   try {
     program.parse(argumentCount, arguments);
   } catch (const CLI::ParseError& end) {

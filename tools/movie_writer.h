@@ -52,8 +52,9 @@ class MovieWriter {
   };
 
   /// For a document of another kind: Adopt() has to follow at once.
-  MovieWriter(int descriptor, std::string name)
-      : name_(std::move(name)), isFragmented_(true), stream_(descriptor) {}
+  /// @param length  of the file
+  MovieWriter(int descriptor, std::string name, uint64_t length)
+      : name_(std::move(name)), isFragmented_(true), stream_(descriptor, length) {}
   void Adopt(QiroK7MWriter* writer) { writer_.reset(writer); }
 
   void ChooseDescription(OutputTrack* track, size_t description);

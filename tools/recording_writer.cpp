@@ -24,10 +24,21 @@ QiroK7MDataBuffer OwnedBuffer(std::vector<uint8_t> bytes) {
 }  // namespace
 
 RecordingWriter::RecordingWriter(int descriptor, std::string name, const QiroK7MDocInfo& info)
-    : MovieWriter(descriptor, std::move(name)) {
+    : MovieWriter(descriptor, std::move(name), 0) {
   const QiroK7MIOStreamCallBacks stream = Stream().CallBacks();
   const QiroK7MAllocatorCallBacks allocator;
   Check(QiroK7RDocCreateNew(&stream, &info, &allocator, &recording_));
+  QiroK7MWriter* writer = nullptr;
+  QiroK7RWriterGetK7MWriterRef(recording_, &writer);
+  Adopt(writer);
+}
+
+RecordingWriter::RecordingWriter(int descriptor, std::string name, const Continuation& continuation)
+    : MovieWriter(descriptor, std::move(name), continuation.length) {
+  const QiroK7MIOStreamCallBacks stream = Stream().CallBacks();
+  const QiroK7MAllocatorCallBacks allocator;
+  Check(QiroK7RDocOpenForAppend(&stream, &allocator, &allocator, continuation.keepLimit,
+                                &lastFragment_, &recording_));
   QiroK7MWriter* writer = nullptr;
   QiroK7RWriterGetK7MWriterRef(recording_, &writer);
   Adopt(writer);

@@ -13,6 +13,12 @@ namespace qiro::k7m::tool {
 /// How many times a file can be continued: there is room for the waits of so many times.
 inline constexpr uint32_t kContinuationCount = 100;
 
+/// What a file is continued behind.
+struct Continuation {
+  uint64_t length = 0;     ///< Bytes in the file.
+  uint64_t keepLimit = 0;  ///< A fragment that begins behind this byte is cut off.
+};
+
 /// Which samples get a random access entry.
 struct AccessRule {
   size_t leadingTrack = 0;  ///< Its key samples, in the order of AddTrack().
@@ -26,6 +32,11 @@ class RecordingWriter : public MovieWriter {
  public:
   /// As MovieWriter. A new file: the tracks, then AddHintTrack(), then samples.
   RecordingWriter(int descriptor, std::string name, const QiroK7MDocInfo& info);
+
+  /// An existing file, which is cut behind its last complete fragment at once. It has its tracks.
+  RecordingWriter(int descriptor, std::string name, const Continuation& continuation);
+  /// Where the last fragment that was there begins; 0 when there was none.
+  uint64_t LastFragment() const { return lastFragment_; }
 
   /// Adds the hint track, which serves all tracks so far. The file's times count from 0.
   /// @param timeScale  of its times and of the random access entries
@@ -47,6 +58,7 @@ class RecordingWriter : public MovieWriter {
   bool GetsEntry(size_t track, const QiroK7MSampleInfo& info) const;
 
   QiroK7RWriter* recording_ = nullptr;  // The same writer by its other name.
+  uint64_t lastFragment_ = 0;
   QiroK7MTrack* hintTrack_ = nullptr;
   std::vector<uint8_t> bootstrap_;
   AccessRule accessRule_;
