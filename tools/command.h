@@ -25,6 +25,7 @@ void AddIndexCommand(CLI::App& program, Action& chosen);
 void AddQueryCommand(CLI::App& program, Action& chosen);
 void AddFragmentCommand(CLI::App& program, Action& chosen);
 void AddRepairCommand(CLI::App& program, Action& chosen);
+void AddAppendCommand(CLI::App& program, Action& chosen);
 
 /// Adds a command whose options are kept in an `Options` record, and has `run` chosen when the user
 /// names it.

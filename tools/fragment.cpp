@@ -4,7 +4,6 @@
 #include "command.h"
 #include "document.h"
 #include "fragment_index.h"
-#include "media_types.h"
 #include "metadata_packet.h"
 #include "output_file.h"
 #include "recording_writer.h"
@@ -62,14 +61,6 @@ uint32_t HintTimeScale(const RemuxPlan& plan) {
 // later there is no room to be had for it.
 void MakeRoomForContinuations(RemuxPlan* plan) {
   for (TrackPlan& track : plan->tracks) track.gapCount += kContinuationCount;
-}
-
-AccessRule AccessRuleOf(const RemuxPlan& plan) {
-  AccessRule rule;
-  if (!plan.leadingTrack) return rule;
-  rule.leadingTrack = *plan.leadingTrack;
-  rule.hasVideo = plan.tracks[*plan.leadingTrack].track->info.mediaType == kVideo;
-  return rule;
 }
 
 void WriteRecording(const Document& document, const FragmentOptions& options,

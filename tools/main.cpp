@@ -31,6 +31,7 @@ Action ChooseAction(int argumentCount, char** arguments) {
   AddQueryCommand(program, chosen);
   AddFragmentCommand(program, chosen);
   AddRepairCommand(program, chosen);
+  AddAppendCommand(program, chosen);
   try {
     program.parse(argumentCount, arguments);
   } catch (const CLI::ParseError& end) {

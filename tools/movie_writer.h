@@ -42,7 +42,7 @@ class MovieWriter {
   /// Ends the fragment that is open. What comes next belongs to another one.
   virtual void EndFragment();
   /// Everything is in the file after this.
-  void Close();
+  virtual void Close();
 
  protected:
   struct OutputTrack {

@@ -160,4 +160,12 @@ RemuxPlan PlanRemux(const Document& document, const RemuxRules& rules) {
   return result;
 }
 
+void DelayTrack(RemuxPlan* plan, size_t track, uint64_t delay) {
+  TrackLayout& layout = plan->tracks[track].layout;
+  layout.start += static_cast<int64_t>(delay);
+  layout.end += delay;
+  if (plan->leadingTrack != track) return;
+  for (MediaTime& cut : plan->cuts) cut.value += delay;
+}
+
 }  // namespace qiro::k7m::tool

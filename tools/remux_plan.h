@@ -38,6 +38,10 @@ struct RemuxPlan {
   std::optional<size_t> leadingTrack;
 };
 
+/// Has a track of the plan start later.
+/// @param delay  in the track's scale
+void DelayTrack(RemuxPlan* plan, size_t track, uint64_t delay);
+
 /// Walks over all samples, without their bytes, and tells what each track needs. Tracks that cannot
 /// be copied are named in a message and left out.
 RemuxPlan PlanRemux(const Document& document, const RemuxRules& rules);
