@@ -68,6 +68,9 @@ void WriteRecording(const Document& document, const FragmentOptions& options,
   RemuxRules rules;
   rules.fragmentLength = ParseSeconds(options.fragmentLength);
   RemuxPlan plan = PlanRemux(document, rules);
+  if (!plan.leadingTrack && !options.indexPath.empty()) {
+    throw FileFailure(document.File().Path(), "no samples, so that there is nothing to index");
+  }
   MakeRoomForContinuations(&plan);
   QiroK7MDocInfo info;
   document.Check(QiroK7MReaderGetDocInfo(document.Reader(), &info));

@@ -260,6 +260,11 @@ TEST_F(FragmentTest, AFileWithoutSamplesHasNoFragments) {
   for (Track& track : movie.tracks) track.samples.clear();
   EXPECT_EQ(FragmentsFrom(BuildMovie(movie).bytes).size(), 0u);
   EXPECT_EQ(Read(Output()).tracks.size(), 3u);
+  const RunResult result = RunOn(folder_.Path("clip.mp4"), {"--index", Index(), "--force"});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.err, "k7m: " + folder_.Path("clip.mp4") +
+                            ": no samples, so that there is nothing to index\n");
+  EXPECT_EQ(folder_.Names(), (std::vector<std::string>{"clip.mp4", "live.k7r"}));
 }
 
 TEST_F(FragmentTest, ExistingFilesAreReplacedOnlyWithForce) {
