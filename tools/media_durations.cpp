@@ -25,9 +25,11 @@ void ForEachChild(FileNumbers* numbers, const BoxPlace& parent, const std::strin
 
 uint64_t DurationIn(FileNumbers* numbers, const BoxPlace& mdhd) {
   const uint64_t fields = mdhd.offset + mdhd.headerSize;
-  // Version and flags, two dates, the time scale.
-  if (numbers->At(fields, 1) == 1) return numbers->At(fields + 4 + 2 * 8 + 4, 8);
-  return numbers->At(fields + 4 + 2 * 4 + 4, 4);
+  // Behind version and flags, two dates and the time scale.
+  constexpr uint64_t kPosition = 12 + 4;
+  constexpr uint64_t kLongPosition = 20 + 4;
+  if (numbers->At(fields, 1) == 1) return numbers->At(fields + kLongPosition, 8);
+  return numbers->At(fields + kPosition, 4);
 }
 
 }  // namespace

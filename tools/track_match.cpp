@@ -1,7 +1,7 @@
 #include "track_match.h"
 
 #include <algorithm>
-#include <cstring>
+#include <tuple>
 
 #include "media_types.h"
 #include "messages.h"
@@ -33,14 +33,19 @@ Description Describe(const Document& document, QiroK7MSampleDescriptor* descript
   return result;
 }
 
-template <class Record>
-bool IsSame(const Record& a, const Record& b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
+// What the structs hold, as something that can be compared.
+auto FieldsOf(const QiroK7MVideoSampleDescInfo& info) {
+  return std::tuple(info.width, info.height, info.horizontalResolution, info.verticalResolution,
+                    info.frameCount, info.depth);
+}
+
+auto FieldsOf(const QiroK7MAudioSampleDescInfo& info) {
+  return std::tuple(info.sampleRate, info.channelCount, info.sampleSize);
 }
 
 bool IsSame(const Description& a, const Description& b) {
-  return IsSame(a.info, b.info) && IsSame(a.video, b.video) && IsSame(a.audio, b.audio) &&
-         a.header == b.header;
+  return a.info.type == b.info.type && a.header == b.header &&
+         FieldsOf(a.video) == FieldsOf(b.video) && FieldsOf(a.audio) == FieldsOf(b.audio);
 }
 
 [[noreturn]] void Refuse(const Document& document, const Track& track, const std::string& problem) {
