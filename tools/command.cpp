@@ -1,7 +1,10 @@
 #include "command.h"
 
 #include <charconv>
+#include <optional>
 #include <system_error>
+
+#include "media_time.h"
 
 namespace qiro::k7m::tool {
 
@@ -16,6 +19,12 @@ std::string CheckNumber(const std::string& text) {
   const auto [rest, problem] = std::from_chars(text.data(), end, number);
   if (problem != std::errc() || rest != end) return "not a number: " + text;
   return number == 0 ? "they are counted from 1" : "";
+}
+
+std::string CheckFragmentLength(const std::string& text) {
+  const std::optional<MediaTime> length = ParseSeconds(text);
+  if (!length) return "not a number of seconds: " + text;
+  return length->value == 0 ? "a fragment must have a length" : "";
 }
 
 Failure UsageFailure(const std::string& message) {

@@ -23,6 +23,9 @@ void AddExtractCommand(CLI::App& program, Action& chosen);
 void AddRemuxCommand(CLI::App& program, Action& chosen);
 void AddIndexCommand(CLI::App& program, Action& chosen);
 void AddQueryCommand(CLI::App& program, Action& chosen);
+void AddFragmentCommand(CLI::App& program, Action& chosen);
+void AddRepairCommand(CLI::App& program, Action& chosen);
+void AddAppendCommand(CLI::App& program, Action& chosen);
 
 /// Adds a command whose options are kept in an `Options` record, and has `run` chosen when the user
 /// names it.
@@ -44,6 +47,9 @@ void AddInputOptions(CLI::App* command, InputOptions* options);
 /// For options that name one of several things by its number. Says what is wrong with the text, or
 /// nothing.
 std::string CheckNumber(const std::string& text);
+
+/// For the least length of fragments in seconds. Says what is wrong with the text, or nothing.
+std::string CheckFragmentLength(const std::string& text);
 
 /// Turns a failure that the user alone can mend into one; for checks that CLI11 cannot express.
 Failure UsageFailure(const std::string& message);

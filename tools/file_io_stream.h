@@ -20,8 +20,10 @@ class FileIoStream {
   /// tells why.
   static constexpr QiroK7MError kSystemFailed = 0x5359534F;
 
-  /// @param descriptor  an empty file, open for reading and writing; stays the caller's
-  explicit FileIoStream(int descriptor) : descriptor_(descriptor) {}
+  /// @param descriptor  open for reading and writing; stays the caller's
+  /// @param length      bytes in the file
+  explicit FileIoStream(int descriptor, uint64_t length = 0)
+      : descriptor_(descriptor), length_(length), fileLength_(length) {}
   FileIoStream(const FileIoStream&) = delete;
   FileIoStream& operator=(const FileIoStream&) = delete;
 
@@ -64,8 +66,8 @@ class FileIoStream {
 
   int descriptor_;
   uint64_t position_ = 0;
-  uint64_t length_ = 0;      // Of the stream.
-  uint64_t fileLength_ = 0;  // Of the file: shorter while blocks at the end are only in memory.
+  uint64_t length_;      // Of the stream.
+  uint64_t fileLength_;  // Of the file: shorter while blocks at the end are only in memory.
   uint64_t useCount_ = 0;
   uint64_t systemCallCount_ = 0;
   std::vector<Block> blocks_;

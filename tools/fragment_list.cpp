@@ -1,72 +1,18 @@
 #include "fragment_list.h"
 
-#include <array>
 #include <optional>
 
+#include "box_place.h"
 #include "failure.h"
-#include "text_format.h"
 
 namespace qiro::k7m::tool {
 namespace {
 
-constexpr uint64_t kHeaderSize = 8;
-constexpr uint64_t kLargeHeaderSize = 16;
 // Of an 'afra', behind its header: version, flags, one byte of layout flags; then these.
 constexpr uint64_t kTimeScalePosition = 5;
 constexpr uint64_t kEntryCountPosition = 9;
 constexpr uint64_t kFirstTimePosition = 13;
 constexpr uint64_t kTimeSize = 8;
-
-struct TopLevelBox {
-  std::string type;
-  uint64_t offset = 0;
-  uint64_t headerSize = 0;
-  uint64_t size = 0;
-};
-
-/// Reads numbers at any place of a file.
-class Numbers {
- public:
-  explicit Numbers(FileStream* file) : file_(file), callBacks_(file->CallBacks()) {}
-
-  uint64_t Length() const { return file_->Length(); }
-  const std::string& Path() const { return file_->Path(); }
-  /// The big-endian number of `size` bytes, at most 8.
-  uint64_t At(uint64_t offset, size_t size) {
-    std::array<uint8_t, 8> bytes{};
-    uint64_t count = 0;
-    QiroK7MError result =
-        callBacks_.seek(file_, static_cast<int64_t>(offset), kQiroK7MSeekFromStart);
-    if (result == 0) result = callBacks_.readSome(file_, bytes.data(), size, &count);
-    if (result != 0) throw SystemFailure(Path(), file_->ErrorNumber());
-    if (count < size) throw LibraryFailure(Path(), kQiroK7MErrorReadFailed);
-    uint64_t number = 0;
-    for (size_t i = 0; i < size; ++i) number = number << 8 | bytes[i];
-    return number;
-  }
-
- private:
-  FileStream* file_;
-  QiroK7MIStreamCallBacks callBacks_;
-};
-
-/// The box at `offset`; none when the file ends before the box does.
-std::optional<TopLevelBox> BoxAt(Numbers* numbers, uint64_t offset) {
-  const uint64_t rest = numbers->Length() - offset;
-  if (rest < kHeaderSize) return std::nullopt;
-  TopLevelBox box{FourCharacters(static_cast<uint32_t>(numbers->At(offset + 4, 4))), offset,
-                  kHeaderSize, numbers->At(offset, 4)};
-  if (box.size == 0) box.size = rest;
-  if (box.size == 1) {
-    if (rest < kLargeHeaderSize) return std::nullopt;
-    box.size = numbers->At(offset + kHeaderSize, 8);
-    box.headerSize = kLargeHeaderSize;
-  }
-  if (box.size < box.headerSize) {
-    throw LibraryFailure(numbers->Path(), kQiroK7MErrorBoxTruncated);
-  }
-  return box.size <= rest ? std::optional(box) : std::nullopt;
-}
 
 /// A time in another scale, rounded down.
 uint64_t Converted(uint64_t time, uint32_t from, uint32_t to) {
@@ -76,12 +22,13 @@ uint64_t Converted(uint64_t time, uint32_t from, uint32_t to) {
 /// Gathers fragments from the boxes as they come.
 class FragmentGatherer {
  public:
-  explicit FragmentGatherer(Numbers* numbers) : numbers_(numbers) {}
+  explicit FragmentGatherer(FileNumbers* numbers) : numbers_(numbers) {}
 
-  void Take(const TopLevelBox& box) {
-    const bool isOfAFragment =
-        box.type == "afra" || box.type == "abst" || box.type == "moof" || box.type == "mdat";
-    if (!isOfAFragment && !IsInside()) return;
+  bool CanTake(const BoxPlace& box) const {
+    return IsBetweenFragments(box) || CanStandHere(box.type);
+  }
+  void Take(const BoxPlace& box) {
+    if (IsBetweenFragments(box)) return;
     if (!CanStandHere(box.type)) Refuse(box);
     if (box.type == "afra") Begin(box);
     lastType_ = box.type;
@@ -93,15 +40,26 @@ class FragmentGatherer {
   bool IsInside() const { return !lastType_.empty(); }
   const std::vector<FragmentPlace>& Fragments() const { return fragments_; }
   uint32_t TimeScale() const { return timeScale_; }
+  [[noreturn]] void Refuse(const BoxPlace& box) const {
+    const std::string place =
+        lastType_.empty() ? "before any 'afra' of its own" : "behind an '" + lastType_ + "'";
+    throw FileFailure(numbers_->Path(), "'" + box.type + "' at byte " + std::to_string(box.offset) +
+                                            " stands " + place + ", where no fragment can have it");
+  }
 
  private:
+  bool IsBetweenFragments(const BoxPlace& box) const {
+    const bool isOfAFragment =
+        box.type == "afra" || box.type == "abst" || box.type == "moof" || box.type == "mdat";
+    return !isOfAFragment && !IsInside();
+  }
   bool CanStandHere(const std::string& type) const {
     if (type == "afra") return !IsInside();
     if (type == "abst") return lastType_ == "afra";
     if (type == "moof") return lastType_ == "afra" || lastType_ == "abst";
     return type == "mdat" && lastType_ == "moof";
   }
-  void Begin(const TopLevelBox& afra) {
+  void Begin(const BoxPlace& afra) {
     current_.offset = afra.offset;
     const uint64_t fields = afra.offset + afra.headerSize;
     const uint64_t fieldsSize = afra.size - afra.headerSize;
@@ -112,14 +70,8 @@ class FragmentGatherer {
     if (entryCount == 0 || fieldsSize < kFirstTimePosition + kTimeSize) return;
     current_.time = Converted(numbers_->At(fields + kFirstTimePosition, 8), scale, timeScale_);
   }
-  [[noreturn]] void Refuse(const TopLevelBox& box) const {
-    const std::string place =
-        lastType_.empty() ? "before any 'afra' of its own" : "behind an '" + lastType_ + "'";
-    throw FileFailure(numbers_->Path(), "'" + box.type + "' at byte " + std::to_string(box.offset) +
-                                            " stands " + place + ", where no fragment can have it");
-  }
 
-  Numbers* numbers_;
+  FileNumbers* numbers_;
   std::vector<FragmentPlace> fragments_;
   FragmentPlace current_;
   uint32_t timeScale_ = 0;
@@ -129,14 +81,37 @@ class FragmentGatherer {
 }  // namespace
 
 FragmentList ListFragments(FileStream* file) {
-  Numbers numbers(file);
+  FileNumbers numbers(file);
   FragmentGatherer gatherer(&numbers);
   uint64_t offset = 0;
-  while (const auto box = BoxAt(&numbers, offset)) {
+  while (const auto box = BoxAt(&numbers, offset, numbers.Length())) {
     gatherer.Take(*box);
     offset += box->size;
   }
   return {gatherer.TimeScale(), gatherer.Fragments(), gatherer.IsInside()};
+}
+
+void RefuseOtherFragments(FileStream* file) {
+  FileNumbers numbers(file);
+  FragmentGatherer gatherer(&numbers);
+  std::optional<BoxPlace> misplaced;
+  bool isBehindMovie = false;
+  bool hasMoof = false;  // Without one it is no fragmented file, whatever it is.
+  uint64_t offset = 0;
+  while (const auto box = BoxAt(&numbers, offset, numbers.Length())) {
+    hasMoof = hasMoof || box->type == "moof";
+    if (isBehindMovie && !misplaced) {
+      if (gatherer.CanTake(*box)) {
+        gatherer.Take(*box);
+      } else {
+        misplaced = box;
+      }
+    }
+    if (!gatherer.Fragments().empty()) return;
+    if (misplaced && hasMoof) gatherer.Refuse(*misplaced);
+    isBehindMovie = isBehindMovie || box->type == "moov";
+    offset += box->size;
+  }
 }
 
 }  // namespace qiro::k7m::tool

@@ -24,4 +24,7 @@ struct FragmentList {
 /// Lists the fragments, in file order. Throws when boxes stand where no index could serve them.
 FragmentList ListFragments(FileStream* file);
 
+/// Throws when the file has fragments and the first one is none of a K7R file.
+void RefuseOtherFragments(FileStream* file);
+
 }  // namespace qiro::k7m::tool

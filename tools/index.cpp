@@ -1,8 +1,6 @@
 /// `k7m index`: the index file of a K7R file.
 #include "command.h"
-#include "fragment_list.h"
-#include "messages.h"
-#include "output_file.h"
+#include "fragment_index.h"
 
 namespace qiro::k7m::tool {
 namespace {
@@ -12,41 +10,6 @@ struct IndexOptions {
   std::string outputPath;
   bool mayReplace = false;
 };
-
-/// Big-endian numbers, one after the other.
-class NumberList {
- public:
-  void Add(uint64_t number, int size) {
-    for (int shift = 8 * (size - 1); shift >= 0; shift -= 8) {
-      bytes_.push_back(static_cast<uint8_t>(number >> shift));
-    }
-  }
-  const std::vector<uint8_t>& Bytes() const { return bytes_; }
-
- private:
-  std::vector<uint8_t> bytes_;
-};
-
-/// One 'afra' box with a local entry for each fragment.
-std::vector<uint8_t> IndexBox(const FragmentList& list, const std::string& path) {
-  constexpr uint64_t kEmptyBoxSize = 21;
-  constexpr uint64_t kEntrySize = 16;
-  constexpr uint64_t kLongIdsAndOffsets = 0xC0;
-  const uint64_t size = kEmptyBoxSize + kEntrySize * list.fragments.size();
-  if (size > 0xFFFFFFFF) throw FileFailure(path, "too many fragments for one index");
-  NumberList box;
-  box.Add(size, 4);
-  for (const char letter : {'a', 'f', 'r', 'a'}) box.Add(static_cast<uint8_t>(letter), 1);
-  box.Add(0, 4);  // Version and flags.
-  box.Add(kLongIdsAndOffsets, 1);
-  box.Add(list.timeScale, 4);
-  box.Add(list.fragments.size(), 4);
-  for (const FragmentPlace& fragment : list.fragments) {
-    box.Add(fragment.time, 8);
-    box.Add(fragment.offset, 8);
-  }
-  return box.Bytes();
-}
 
 /// Opens the file as a document, for its messages about files that are none.
 void RequireFragmented(const InputOptions& input) {
@@ -58,18 +21,9 @@ void RequireFragmented(const InputOptions& input) {
 
 void RunIndex(const IndexOptions& options, Output&) {
   RequireFragmented(options.input);
-  FileStream file(options.input.path);
-  OutputFile output(options.outputPath, file,
-                    options.mayReplace ? ReplacementFile::Target::kMayBeReplaced
-                                       : ReplacementFile::Target::kMustBeNew);
-  const FragmentList list = ListFragments(&file);
-  if (list.fragments.empty()) throw FileFailure(file.Path(), "no fragment that is complete");
-  const std::vector<uint8_t> box = IndexBox(list, file.Path());
-  output.Write(box.data(), box.size());
-  output.Commit();
-  if (list.isLastCutOff) {
-    PrintMessage(file.Path() + ": the fragment behind the last one is not complete; left out");
-  }
+  WriteFragmentIndex(options.input.path, options.outputPath,
+                     options.mayReplace ? ReplacementFile::Target::kMayBeReplaced
+                                        : ReplacementFile::Target::kMustBeNew);
 }
 
 }  // namespace

@@ -29,6 +29,9 @@ Action ChooseAction(int argumentCount, char** arguments) {
   AddRemuxCommand(program, chosen);
   AddIndexCommand(program, chosen);
   AddQueryCommand(program, chosen);
+  AddFragmentCommand(program, chosen);
+  AddRepairCommand(program, chosen);
+  AddAppendCommand(program, chosen);
   try {
     program.parse(argumentCount, arguments);
   } catch (const CLI::ParseError& end) {

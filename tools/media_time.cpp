@@ -66,4 +66,14 @@ bool IsEarlier(MediaTime a, MediaTime b) {
   return a.value % a.scale * b.scale < b.value % b.scale * a.scale;
 }
 
+uint64_t RescaledToNearest(uint64_t value, uint32_t from, uint32_t to) {
+  if (from == 0) return 0;
+  return value / from * to + (value % from * to + from / 2) / from;
+}
+
+uint64_t RescaledUp(uint64_t value, uint32_t from, uint32_t to) {
+  if (from == 0) return 0;
+  return value / from * to + (value % from * to + from - 1) / from;
+}
+
 }  // namespace qiro::k7m::tool

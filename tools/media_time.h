@@ -26,5 +26,9 @@ std::optional<MediaTime> ParseSeconds(std::string_view text);
 MediaTime ShortenedFor(MediaTime time, uint32_t targetScale);
 /// Whether `a` is earlier than `b`; exact for all values. Both scales must not be 0.
 bool IsEarlier(MediaTime a, MediaTime b);
+/// A number of units of one scale in another: to the nearest, half a unit up; or not rounded down.
+/// From scale 0 everything is 0; results beyond 64 bits wrap.
+uint64_t RescaledToNearest(uint64_t value, uint32_t from, uint32_t to);
+uint64_t RescaledUp(uint64_t value, uint32_t from, uint32_t to);
 
 }  // namespace qiro::k7m::tool

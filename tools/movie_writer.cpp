@@ -5,16 +5,13 @@
 #include "media_types.h"
 
 namespace qiro::k7m::tool {
-namespace {
 
-QiroK7MDataBuffer BufferOf(std::vector<uint8_t>* bytes, size_t size) {
+QiroK7MDataBuffer BorrowedBuffer(std::vector<uint8_t>* bytes, size_t size) {
   QiroK7MDataBuffer buffer{};
   buffer.length = static_cast<uint32_t>(size);
   buffer.data = bytes->data();
   return buffer;
 }
-
-}  // namespace
 
 MovieWriter::MovieWriter(int descriptor, std::string name, const QiroK7MDocInfo& info)
     : name_(std::move(name)), isFragmented_(info.isFragmented != 0), stream_(descriptor) {
@@ -54,7 +51,7 @@ QiroK7MSampleDescriptor* MovieWriter::AddDescription(const Document& document, Q
   if (!header.empty()) {
     document.Check(QiroK7MSampleDescriptorCopyCodecHeaderData(source, header.data()));
   }
-  QiroK7MDataBuffer buffer = BufferOf(&header, header.size());
+  QiroK7MDataBuffer buffer = BorrowedBuffer(&header, header.size());
   QiroK7MSampleDescriptor* result = nullptr;
   if (info.mediaType == kVideo) {
     QiroK7MVideoSampleDescInfo video;
@@ -73,23 +70,26 @@ QiroK7MSampleDescriptor* MovieWriter::AddDescription(const Document& document, Q
 }
 
 void MovieWriter::SetMetadata(std::vector<uint8_t> packet) {
-  QiroK7MDataBuffer buffer = BufferOf(&packet, packet.size());
+  QiroK7MDataBuffer buffer = BorrowedBuffer(&packet, packet.size());
   Check(QiroK7MWriterSetUlb(writer_.get(), &buffer, static_cast<uint32_t>(packet.size())));
 }
 
 void MovieWriter::AddSample(size_t track, size_t description, const QiroK7MSampleInfo& info,
                             std::vector<uint8_t>* bytes) {
   OutputTrack& target = tracks_[track];
-  if (!IsGap(info) && description != target.currentDescription) {
-    Check(QiroK7MWriterSetSampleDescriptor(writer_.get(), target.handle,
-                                           target.descriptions[description]));
-    target.currentDescription = description;
-  }
-  QiroK7MDataBuffer buffer = BufferOf(bytes, info.sampleSize);
+  if (!IsGap(info)) ChooseDescription(&target, description);
+  QiroK7MDataBuffer buffer = BorrowedBuffer(bytes, info.sampleSize);
   Check(QiroK7MWriterAddSample(writer_.get(), target.handle, &info, &buffer));
 }
 
-void MovieWriter::Flush() { Check(QiroK7MWriterFlush(writer_.get())); }
+void MovieWriter::ChooseDescription(OutputTrack* track, size_t description) {
+  if (description == track->currentDescription) return;
+  Check(QiroK7MWriterSetSampleDescriptor(writer_.get(), track->handle,
+                                         track->descriptions[description]));
+  track->currentDescription = description;
+}
+
+void MovieWriter::EndFragment() { Check(QiroK7MWriterFlush(writer_.get())); }
 
 void MovieWriter::Close() { Check(QiroK7MCloseWriter(writer_.get())); }
 

@@ -1,9 +1,9 @@
 /// `k7m remux`: a document written anew.
-#include <fstream>
 #include <map>
 
 #include "command.h"
 #include "document.h"
+#include "metadata_packet.h"
 #include "movie_writer.h"
 #include "output_file.h"
 #include "remux_copy.h"
@@ -31,47 +31,21 @@ QiroK7MDocInfo InfoForCopy(const Document& document, const RemuxRules& rules) {
 }
 
 // A flag without a value is told as "true".
-std::optional<MediaTime> ParseLength(const std::string& text) {
-  constexpr MediaTime kUsualLength = {1, 1};
-  return text == "true" ? kUsualLength : ParseSeconds(text);
-}
+std::string LengthText(const std::string& text) { return text == "true" ? "1" : text; }
 
-// Says what is wrong with a length, or nothing.
-std::string CheckLength(const std::string& text) {
-  const std::optional<MediaTime> length = ParseLength(text);
-  if (!length) return "not a number of seconds: " + text;
-  return length->value == 0 ? "a fragment must have a length" : "";
-}
+std::string CheckLength(const std::string& text) { return CheckFragmentLength(LengthText(text)); }
 
 RemuxRules RulesOf(const RemuxOptions& options) {
   RemuxRules rules;
   rules.edits = options.editRule;
-  if (!options.fragmentLength.empty()) rules.fragmentLength = ParseLength(options.fragmentLength);
+  if (!options.fragmentLength.empty())
+    rules.fragmentLength = ParseSeconds(LengthText(options.fragmentLength));
   return rules;
-}
-
-std::vector<uint8_t> ReadPacket(const std::string& path) {
-  const FileStream file(path);  // For its messages.
-  constexpr uint64_t kTooLong = 0x4000001;
-  if (file.Length() >= kTooLong) throw LibraryFailure(path, kQiroK7MErrorMetadataTooLarge);
-  std::vector<uint8_t> packet(file.Length());
-  std::ifstream stream(path, std::ios::binary);
-  stream.read(reinterpret_cast<char*>(packet.data()), static_cast<std::streamsize>(packet.size()));
-  if (!stream) throw SystemFailure(path, errno);
-  return packet;
-}
-
-std::vector<uint8_t> ReadOwnPacket(const Document& document) {
-  uint32_t length = 0;
-  document.Check(QiroK7MReaderGetUlbDataLength(document.Reader(), &length));
-  std::vector<uint8_t> packet(length);
-  if (length > 0) document.Check(QiroK7MReaderCopyUlbData(document.Reader(), packet.data()));
-  return packet;
 }
 
 std::vector<uint8_t> ChoosePacket(const Document& document, const RemuxOptions& options) {
   if (options.dropsMetadata) return {};
-  if (!options.metadataPath.empty()) return ReadPacket(options.metadataPath);
+  if (!options.metadataPath.empty()) return ReadPacketFile(options.metadataPath);
   return ReadOwnPacket(document);
 }
 
@@ -91,7 +65,7 @@ void RunRemux(const RemuxOptions& options, Output&) {
   MovieWriter writer(file.Descriptor(), options.outputPath, info);
   for (const TrackPlan& track : plan.tracks) writer.AddTrack(document, track);
   if (!packet.empty()) writer.SetMetadata(packet);
-  CopySamples(document, plan, &writer);
+  CopySamples(document, plan, Interleaving::kHalfSeconds, &writer);
   writer.Close();
   file.Commit();
 }

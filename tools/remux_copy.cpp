@@ -12,8 +12,13 @@ namespace {
 
 class SampleCopy {
  public:
-  SampleCopy(const Document& document, const std::vector<TrackPlan>& plans, MovieWriter* writer)
-      : document_(document), plans_(plans), writer_(writer), progress_(Total(plans), Unit::kBytes) {
+  SampleCopy(const Document& document, const std::vector<TrackPlan>& plans,
+             Interleaving interleaving, MovieWriter* writer)
+      : document_(document),
+        plans_(plans),
+        interleaving_(interleaving),
+        writer_(writer),
+        progress_(Total(plans), Unit::kBytes) {
     for (size_t i = 0; i < plans.size(); ++i) {
       sources_.emplace_back(document, *plans[i].track, plans[i].layout);
       order_.push_back(i);
@@ -54,9 +59,13 @@ class SampleCopy {
     return !limit || IsEarlier(sources_[track].Time(), *limit);
   }
 
+  uint64_t RunLength(const QiroK7MSampleInfo& info) const {
+    return interleaving_ == Interleaving::kSamples ? 0 : std::max(info.timeScale / 2, 1U);
+  }
+
   void CopyRun(size_t track, const std::optional<MediaTime>& limit) {
     TrackSource& source = sources_[track];
-    const uint64_t end = source.Info().timeStamp + std::max(source.Info().timeScale / 2, 1U);
+    const uint64_t end = source.Info().timeStamp + RunLength(source.Info());
     do {
       CopyOne(track);
       source.Advance();
@@ -110,6 +119,7 @@ class SampleCopy {
 
   const Document& document_;
   const std::vector<TrackPlan>& plans_;
+  Interleaving interleaving_;
   MovieWriter* writer_;
   ProgressBar progress_;
   std::deque<TrackSource> sources_;  // In the order of the plans; they do not move.
@@ -120,11 +130,12 @@ class SampleCopy {
 
 }  // namespace
 
-void CopySamples(const Document& document, const RemuxPlan& plan, MovieWriter* writer) {
-  SampleCopy copy(document, plan.tracks, writer);
+void CopySamples(const Document& document, const RemuxPlan& plan, Interleaving interleaving,
+                 MovieWriter* writer) {
+  SampleCopy copy(document, plan.tracks, interleaving, writer);
   for (const MediaTime& cut : plan.cuts) {
     copy.CopyUntil(cut);
-    writer->Flush();
+    writer->EndFragment();
   }
   copy.CopyUntil(std::nullopt);
 }

@@ -151,10 +151,21 @@ RemuxPlan PlanRemux(const Document& document, const RemuxRules& rules) {
     plan.longestHeader = LongestHeader(document, tracks[i]);
     const bool isLeading = &tracks[i] == leading;
     if (isUsed[i]) CountSamples(document, rules.edits, &plan, isLeading ? &*cuts : nullptr);
-    if (isLeading) result.cuts = cuts->Take(tracks[i].info.mediaType == kVideo);
+    if (isLeading) {
+      result.cuts = cuts->Take(tracks[i].info.mediaType == kVideo);
+      result.leadingTrack = result.tracks.size();
+    }
     result.tracks.push_back(std::move(plan));
   }
   return result;
+}
+
+void DelayTrack(RemuxPlan* plan, size_t track, uint64_t delay) {
+  TrackLayout& layout = plan->tracks[track].layout;
+  layout.start += static_cast<int64_t>(delay);
+  layout.end += delay;
+  if (plan->leadingTrack != track) return;
+  for (MediaTime& cut : plan->cuts) cut.value += delay;
 }
 
 }  // namespace qiro::k7m::tool

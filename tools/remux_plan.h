@@ -33,7 +33,14 @@ struct RemuxPlan {
   std::vector<TrackPlan> tracks;
   /// Where a fragment ends and the next one begins, in order.
   std::vector<MediaTime> cuts;
+  /// The track that decides about them, by its place in `tracks`; none without fragments or
+  /// samples.
+  std::optional<size_t> leadingTrack;
 };
+
+/// Has a track of the plan start later.
+/// @param delay  in the track's scale
+void DelayTrack(RemuxPlan* plan, size_t track, uint64_t delay);
 
 /// Walks over all samples, without their bytes, and tells what each track needs. Tracks that cannot
 /// be copied are named in a message and left out.

@@ -81,7 +81,7 @@ ReplacementFile::ReplacementFile(const std::string& path, Target target)
   const bool isThere = stat(path.c_str(), &status) == 0;
   if (isThere && S_ISDIR(status.st_mode)) throw SystemFailure(name_, EISDIR);
   if (isThere && !S_ISREG(status.st_mode)) throw FileFailure(name_, "not a regular file");
-  if (isThere && rule_ == Target::kMustBeNew) FailAsTaken();
+  if (isThere && rule_ == Target::kMustBeNew) FailAsTaken(name_);
   if (isThere) target_ = ResolvedPath(path);
   std::string temporary = target_ + ".XXXXXX";
   const SignalsHeldBack signalsHeldBack;
@@ -118,16 +118,16 @@ void ReplacementFile::Rename() {
   if (rule_ == Target::kMustBeNew) {
     // Somebody else may have taken the name in the meantime.
     if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return;
-    if (errno == EEXIST) FailAsTaken();
+    if (errno == EEXIST) FailAsTaken(name_);
     if (errno != EINVAL && errno != ENOSYS) throw SystemFailure(name_, errno);
     // The file system cannot do that at once.
-    if (access(to, F_OK) == 0) FailAsTaken();
+    if (access(to, F_OK) == 0) FailAsTaken(name_);
   }
   if (rename(from, to) != 0) throw SystemFailure(name_, errno);
 }
 
-void ReplacementFile::FailAsTaken() const {
-  throw FileFailure(name_, "there is such a file already (--force replaces it)");
+void FailAsTaken(const std::string& path) {
+  throw FileFailure(path, "there is such a file already (--force replaces it)");
 }
 
 }  // namespace qiro::k7m::tool

@@ -32,7 +32,6 @@ class ReplacementFile {
  private:
   void CloseChecked();
   void Rename();
-  [[noreturn]] void FailAsTaken() const;
 
   std::string name_;       // As the user wrote it, for messages.
   std::string target_;     // With symbolic links resolved.
@@ -40,5 +39,8 @@ class ReplacementFile {
   Target rule_;
   int descriptor_ = -1;
 };
+
+/// Throws the Failure of a target that has to be new and is not.
+[[noreturn]] void FailAsTaken(const std::string& path);
 
 }  // namespace qiro::k7m::tool

@@ -46,6 +46,24 @@ class FileIoStreamTest : public testing::Test {
   QiroK7MIOStreamCallBacks callBacks_ = stream_.CallBacks();
 };
 
+TEST_F(FileIoStreamTest, AnExistingFileIsReadAndContinued) {
+  std::vector<uint8_t> bytes(200000, 5);
+  Write(0, bytes);
+  ASSERT_EQ(callBacks_.close(&stream_), 0u);
+  FileIoStream again(fileno(file_.get()), bytes.size());
+  const QiroK7MIOStreamCallBacks callBacks = again.CallBacks();
+  ASSERT_EQ(callBacks.seek(&again, -3, kQiroK7MSeekFromEnd), 0u);
+  uint8_t end[8] = {};
+  uint64_t count = 0;
+  ASSERT_EQ(callBacks.readSome(&again, end, sizeof end, &count), 0u);
+  EXPECT_EQ(count, 3u);
+  EXPECT_EQ(end[2], 5);
+  ASSERT_EQ(callBacks.write(&again, "more", 4, &count), 0u);
+  ASSERT_EQ(callBacks.close(&again), 0u);
+  bytes.insert(bytes.end(), {'m', 'o', 'r', 'e'});
+  EXPECT_TRUE(FileContent() == bytes);
+}
+
 TEST_F(FileIoStreamTest, RandomUseIsThatOfAnArray) {
   std::mt19937 random(7);
   const auto below = [&random](size_t limit) { return random() % limit; };
