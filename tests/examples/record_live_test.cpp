@@ -74,6 +74,7 @@ std::vector<size_t> FragmentEnds(const std::string& file) {
 }
 
 std::string ContentOf(const std::string& path) {
+  if (!fs::exists(path)) return {};
   std::string content(fs::file_size(path), '\0');
   std::ifstream(path, std::ios::binary)
       .read(content.data(), static_cast<std::streamsize>(content.size()));
