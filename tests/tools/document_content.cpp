@@ -226,7 +226,7 @@ bool TrackContent::IsAllKey(bool isFragmented) const {
 double TrackContent::Start(uint32_t movieScale) const {
   const double first = static_cast<double>(mediaStart) / info.timeScale;
   // Edits of length 0 count only where there are no others.
-  for (const uint64_t leastDuration : {1, 0}) {
+  for (const uint64_t leastDuration : {uint64_t{1}, uint64_t{0}}) {
     double waited = 0;
     for (const QiroK7MEdit& edit : edits) {
       if (edit.mediaTime == -1) {
