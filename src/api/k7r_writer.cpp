@@ -10,6 +10,7 @@ using impl::AsWriter;
 using impl::FourCc;
 using impl::Impl;
 using impl::Require;
+using impl::RequireBytes;
 using impl::RequireGood;
 using impl::ThrowIf;
 using impl::WriterCall;
@@ -87,8 +88,7 @@ QiroK7MError QiroK7RWriterAddABST(QiroK7RWriter* writer, QiroK7MDataBuffer* payl
   const impl::AutoCleanupDataBuffer cleanup(payload);
   return WriterCall(AsWriter(writer), [&] {
     Require(writer);
-    ThrowIf(length != 0 && (payload == nullptr || payload->data == nullptr),
-            kQiroK7MErrorInvalidArgument);
+    RequireBytes(payload, length);
     RequireGood(AsWriter(writer));
     impl::BytesOf(payload, length);
     Impl(writer).AddAbst(payload, length, impl::K7RWriter::AbstPlace::kBehindAfra);
