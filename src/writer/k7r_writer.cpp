@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/guarded_call.h"
+#include "boxes/stsd_box.h"
 #include "boxes/unknown_full_box.h"
 #include "writer/k7r_time_origin.h"
 
@@ -61,11 +62,19 @@ Track* K7RWriter::CreateNewTrack(const QiroK7MTrackInfo& info,
 
 SampleDescriptor* K7RWriter::AddSampleDescriptor(uint32_t trackId,
                                                  std::unique_ptr<SampleDescriptor> descriptor) {
-  SampleDescriptor* added = Writer::AddSampleDescriptor(trackId, std::move(descriptor));
+  SampleDescriptor* added = nullptr;
+  const SampleDescriptor& given = *descriptor;
   const Track& track = TrackOf(trackId);
-  if (track.GetMediaType() == kHint && added->GetInfo().type == kVorp) {
-    timeOrigin_.emplace(ReadVorpTimeOffset(added->GetCodecHeader()), track.GetTimeScale());
+  const StsdBox* stsd = track.GetTrakBox()->GetStsdBox();
+  const uint32_t countBefore = stsd->GetEntryCount();
+  const QiroK7MError failure =
+      GuardedCall([&] { added = Writer::AddSampleDescriptor(trackId, std::move(descriptor)); });
+  // A description that only could not be written stays, and so does what it says.
+  const bool isThere = stsd->GetEntryCount() > countBefore;
+  if (isThere && track.GetMediaType() == kHint && given.GetInfo().type == kVorp) {
+    timeOrigin_.emplace(ReadVorpTimeOffset(given.GetCodecHeader()), track.GetTimeScale());
   }
+  ThrowIf(failure != kQiroK7MErrorNone, failure);
   return added;
 }
 

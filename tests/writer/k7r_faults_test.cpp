@@ -391,5 +391,23 @@ TEST(K7RFaults, ALostFragmentLeavesNothingToBePatchedInItsPlace) {
   EXPECT_GT(lost, 0u);
 }
 
+TEST(K7RFaults, ADescriptionThatCouldNotBeWrittenSetsTheTimeOriginAllTheSame) {
+  uint64_t failures = 0;
+  Sweep([&](uint64_t n) {
+    OpenedK7RWriter writer;
+    QiroK7MTrack* video = writer.AddDescribedTrack();
+    QiroK7MTrack* hint = writer.AddHintTrack({video});
+    writer.Stream().FailNth(Call::kWrite, n, kHarmless);
+    if (writer.TryAddVorp(hint, VorpExtension(100)) == 0) return false;
+    ++failures;
+    writer.StartFragment();
+    writer.Add(video, {.time = 140, .data = {1}, .flags = kKey});
+    EXPECT_EQ(writer.TryAdd(video, {.time = 139}), 1280u);
+    EXPECT_EQ(MediaOf(writer.Finish(), 0), (std::vector<Bytes>{{1}}));
+    return true;
+  });
+  EXPECT_GT(failures, 0u);
+}
+
 }  // namespace
 }  // namespace k7mtest
