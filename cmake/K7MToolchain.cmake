@@ -38,3 +38,11 @@ function(k7m_add_subdirectory_if_present name)
     add_subdirectory(${name})
   endif()
 endfunction()
+
+# A program in C. Where the library is built with sanitizers it needs their runtime for C++.
+function(k7m_add_c_program name)
+  add_executable(${name} ${ARGN})
+  if(K7M_SANITIZE)
+    set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
+  endif()
+endfunction()
