@@ -1,52 +1,12 @@
 // libavformat's side of the comparison: one piece of work a run, on a file in memory.
 // usage: compare_lav open|visit|bytes|one FILE
-extern "C" {
-#include <libavformat/avformat.h>
-}
-
-#include <algorithm>
-#include <cstring>
 #include <string>
 
+#include "lav_memory.h"
 #include "measure.h"
 
 namespace k7mbench {
 namespace {
-
-struct Memory {
-  const std::vector<uint8_t>* bytes;
-  uint64_t position;
-};
-
-int Read(void* opaque, uint8_t* target, int length) {
-  auto& memory = *static_cast<Memory*>(opaque);
-  const uint64_t count =
-      std::min<uint64_t>(static_cast<uint64_t>(length), memory.bytes->size() - memory.position);
-  if (count == 0) return AVERROR_EOF;
-  std::memcpy(target, memory.bytes->data() + memory.position, count);
-  memory.position += count;
-  return static_cast<int>(count);
-}
-
-int64_t Seek(void* opaque, int64_t offset, int origin) {
-  auto& memory = *static_cast<Memory*>(opaque);
-  const auto length = static_cast<int64_t>(memory.bytes->size());
-  if (origin == AVSEEK_SIZE) return length;
-  if (origin == SEEK_CUR) offset += static_cast<int64_t>(memory.position);
-  if (origin == SEEK_END) offset += length;
-  if (offset < 0 || offset > length) return -1;
-  memory.position = static_cast<uint64_t>(offset);
-  return offset;
-}
-
-AVFormatContext* Open(Memory& memory) {
-  constexpr int kBuffer = 1 << 16;
-  AVFormatContext* context = avformat_alloc_context();
-  context->pb = avio_alloc_context(static_cast<unsigned char*>(av_malloc(kBuffer)), kBuffer, 0,
-                                   &memory, &Read, nullptr, &Seek);
-  Require(avformat_open_input(&context, nullptr, nullptr, nullptr) == 0, "cannot open");
-  return context;
-}
 
 uint64_t checksum = 0;
 
@@ -94,9 +54,9 @@ int main(int argc, char** argv) {
   Require(argc == 3, "usage: compare_lav open|visit|bytes|one FILE");
   const std::string work = argv[1];
   const std::vector<uint8_t> file = LoadFile(argv[2]);
-  Memory memory = {&file, 0};
+  LavMemory memory(file);
   const Measure measure;
-  AVFormatContext* context = Open(memory);
+  AVFormatContext* context = memory.Open();
   uint64_t count = 1;
   if (work == "visit") count = VisitEntries(context);
   if (work == "bytes") count = VisitPackets(context);
