@@ -136,6 +136,10 @@ void OpenedK7RWriter::Add(QiroK7MTrack* track, const NewSample& sample, bool isR
   EXPECT_EQ(TryAdd(track, sample, isRandomAccess), 0u);
 }
 
+void OpenedK7RWriter::Add(QiroK7MTrack* track, uint64_t time, uint32_t flags) {
+  Add(track, NewSample{.time = time, .flags = flags});
+}
+
 QiroK7MError OpenedK7RWriter::TryAddHint(QiroK7MTrack* hint, QiroK7MTrack* media,
                                          const NewSample& sample, MediaInHint where,
                                          bool isRandomAccess) {

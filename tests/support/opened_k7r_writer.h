@@ -45,9 +45,7 @@ class OpenedK7RWriter : public OpenedWriter {
                                       uint32_t timeOrigin = 0, uint32_t timeScale = 1000);
   uint64_t StartFragment();
   void Add(QiroK7MTrack* track, const NewSample& sample, bool isRandomAccess = false);
-  void Add(QiroK7MTrack* track, uint64_t time, uint32_t flags = 0) {
-    Add(track, NewSample{.time = time, .flags = flags});
-  }
+  void Add(QiroK7MTrack* track, uint64_t time, uint32_t flags = 0);
   void AddHint(QiroK7MTrack* hint, QiroK7MTrack* media, const NewSample& sample, MediaInHint where,
                bool isRandomAccess = false);
 

@@ -124,6 +124,10 @@ void OpenedWriter::Add(QiroK7MTrack* track, const NewSample& sample) {
   EXPECT_EQ(TryAdd(track, sample), 0u);
 }
 
+void OpenedWriter::Add(QiroK7MTrack* track, uint64_t time, uint32_t flags) {
+  Add(track, NewSample{.time = time, .flags = flags});
+}
+
 QiroK7MError OpenedWriter::TrySetUlb(const Bytes& metadata) {
   CountedBuffer buffer(metadata);
   const QiroK7MError result =

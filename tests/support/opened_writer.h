@@ -86,9 +86,7 @@ class OpenedWriter {
     return added;
   }
   void Add(QiroK7MTrack* track, const NewSample& sample);
-  void Add(QiroK7MTrack* track, uint64_t time, uint32_t flags = 0) {
-    Add(track, NewSample{.time = time, .flags = flags});
-  }
+  void Add(QiroK7MTrack* track, uint64_t time, uint32_t flags = 0);
   void Flush();
   /// Closes, and gives the file.
   Bytes Finish();
