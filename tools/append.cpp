@@ -126,7 +126,8 @@ void AddAppendCommand(CLI::App& program, Action& chosen) {
       ->check(CheckOffset);
   command
       ->add_option("--duration", options->fragmentLength,
-                   "A fragment lasts at least so long, 1 unless given")
+                   "A fragment lasts at least so long, 1 unless given; it begins, and its random "
+                   "access entries are, as with k7m fragment")
       ->type_name("SECONDS")
       ->check(CheckFragmentLength);
 }
