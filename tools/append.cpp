@@ -1,6 +1,7 @@
 /// `k7m append`: a K7R file continued with a document.
 #include <algorithm>
 #include <charconv>
+#include <exception>
 #include <system_error>
 
 #include "command.h"
@@ -66,6 +67,25 @@ void DelayToEnd(const std::string& path, const Matches& matches, RemuxPlan* plan
   }
 }
 
+void Continue(const std::string& path, const Document& document, const RemuxPlan& plan,
+              const Matches& matches) {
+  const ExistingFile file(path);
+  RecordingWriter writer(file.Descriptor(), path, Continuation{file.Length(), kKeepAll});
+  writer.ContinueTracks(matches);
+  writer.SetAccessRule(AccessRuleOf(plan));
+  CopySamples(document, plan, Interleaving::kSamples, &writer);
+  writer.Close();
+}
+
+// What was added before a failure. If that fails as well, the recording still has all its complete
+// fragments, and the first failure is the one to be told.
+void TakeBack(const std::string& path, uint64_t lastFragment) {
+  try {
+    CutRecording(path, lastFragment);
+  } catch (const std::exception&) {
+  }
+}
+
 void RunAppend(const AppendOptions& options, Output& out) {
   const std::string& path = options.recordingPath;
   const Document document(options.input);
@@ -77,12 +97,12 @@ void RunAppend(const AppendOptions& options, Output& out) {
   const RecordingCut cut = CutRecording(path, ParseOffset(options.keepLimit).value_or(kKeepAll));
   if (cut.byteCount > 0) out.Write(CutText(path, cut) + "\n");
   DelayToEnd(path, matches, &plan);
-  const ExistingFile file(path);
-  RecordingWriter writer(file.Descriptor(), path, Continuation{file.Length(), kKeepAll});
-  writer.ContinueTracks(matches);
-  writer.SetAccessRule(AccessRuleOf(plan));
-  CopySamples(document, plan, Interleaving::kSamples, &writer);
-  writer.Close();
+  try {
+    Continue(path, document, plan, matches);
+  } catch (...) {
+    TakeBack(path, cut.lastFragment);
+    throw;
+  }
 }
 
 }  // namespace
@@ -93,7 +113,8 @@ void AddAppendCommand(CLI::App& program, Action& chosen) {
                                  "k7m append live.k7r more.mp4", options, RunAppend, chosen);
   command
       ->add_option("RECORDING", options->recordingPath,
-                   "The K7R file, which is changed where it lies")
+                   "The K7R file, which is changed where it lies; when that fails, what was added "
+                   "is taken back")
       ->type_name("")
       ->required();
   AddInputOptions(command, &options->input);
@@ -105,7 +126,8 @@ void AddAppendCommand(CLI::App& program, Action& chosen) {
       ->check(CheckOffset);
   command
       ->add_option("--duration", options->fragmentLength,
-                   "A fragment lasts at least so long, 1 unless given")
+                   "A fragment lasts at least so long, 1 unless given; it begins, and its random "
+                   "access entries are, as with k7m fragment")
       ->type_name("SECONDS")
       ->check(CheckFragmentLength);
 }

@@ -67,6 +67,9 @@ QiroK7MError FileIoStream::Write(const uint8_t* source, uint64_t byteCount,
                                  uint64_t* bytesWritten) {
   *bytesWritten = 0;
   if (byteCount > kLargestOffset - position_) return Fail(EFBIG);
+  if (order_ == Order::kKept && position_ != lastWriteEnd_) {
+    if (const QiroK7MError error = FlushAll(); error != kQiroK7MErrorNone) return error;
+  }
   while (byteCount > 0) {
     const uint64_t start = position_ % kBlockSize;
     uint64_t count = 0;
@@ -87,6 +90,7 @@ QiroK7MError FileIoStream::Write(const uint8_t* source, uint64_t byteCount,
     *bytesWritten += count;
     Advance(count);
   }
+  lastWriteEnd_ = position_;
   return kQiroK7MErrorNone;
 }
 

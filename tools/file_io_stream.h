@@ -20,10 +20,17 @@ class FileIoStream {
   /// tells why.
   static constexpr QiroK7MError kSystemFailed = 0x5359534F;
 
+  /// When what is written gets into the file.
+  enum class Order : uint8_t {
+    kAny,   ///< At the end, and before that as room is needed.
+    kKept,  ///< Before anything that does not follow it directly, so that who is stopped half way
+            ///< leaves what a slower writer would have left.
+  };
+
   /// @param descriptor  open for reading and writing; stays the caller's
   /// @param length      bytes in the file
-  explicit FileIoStream(int descriptor, uint64_t length = 0)
-      : descriptor_(descriptor), length_(length), fileLength_(length) {}
+  explicit FileIoStream(int descriptor, uint64_t length = 0, Order order = Order::kAny)
+      : descriptor_(descriptor), order_(order), length_(length), fileLength_(length) {}
   FileIoStream(const FileIoStream&) = delete;
   FileIoStream& operator=(const FileIoStream&) = delete;
 
@@ -65,7 +72,9 @@ class FileIoStream {
   QiroK7MError Fail(int errorNumber);
 
   int descriptor_;
+  Order order_;
   uint64_t position_ = 0;
+  uint64_t lastWriteEnd_ = 0;
   uint64_t length_;      // Of the stream.
   uint64_t fileLength_;  // Of the file: shorter while blocks at the end are only in memory.
   uint64_t useCount_ = 0;

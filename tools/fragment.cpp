@@ -113,7 +113,12 @@ void AddFragmentCommand(CLI::App& program, Action& chosen) {
       program, "fragment", "Copy the document into a K7R file, to be served in fragments",
       "k7m fragment clip.mp4 live.k7r --index live.idx", options, RunFragment, chosen);
   AddInputOptions(command, &options->input);
-  command->add_option("OUT", options->outputPath, "The K7R file to write; it appears when complete")
+  command
+      ->add_option(
+          "OUT", options->outputPath,
+          "The K7R file to write; it appears when complete. Its random access entries are the "
+          "key samples of the first video track, without video the first sample of every "
+          "fragment")
       ->type_name("")
       ->required();
   command

@@ -53,8 +53,8 @@ class MovieWriter {
 
   /// For a document of another kind: Adopt() has to follow at once.
   /// @param length  of the file
-  MovieWriter(int descriptor, std::string name, uint64_t length)
-      : name_(std::move(name)), isFragmented_(true), stream_(descriptor, length) {}
+  MovieWriter(int descriptor, std::string name, uint64_t length, FileIoStream::Order order)
+      : name_(std::move(name)), isFragmented_(true), stream_(descriptor, length, order) {}
   void Adopt(QiroK7MWriter* writer) { writer_.reset(writer); }
 
   void ChooseDescription(OutputTrack* track, size_t description);

@@ -31,7 +31,7 @@ uint32_t TimeOriginIn(const std::vector<uint8_t>& extension) {
 }  // namespace
 
 RecordingWriter::RecordingWriter(int descriptor, std::string name, const Continuation& continuation)
-    : MovieWriter(descriptor, std::move(name), continuation.length) {
+    : MovieWriter(descriptor, std::move(name), continuation.length, FileIoStream::Order::kKept) {
   const QiroK7MIOStreamCallBacks stream = Stream().CallBacks();
   const QiroK7MAllocatorCallBacks allocator;
   Check(QiroK7RDocOpenForAppend(&stream, &allocator, &allocator, continuation.keepLimit,

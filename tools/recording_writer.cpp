@@ -33,7 +33,7 @@ AccessRule AccessRuleOf(const RemuxPlan& plan) {
 }
 
 RecordingWriter::RecordingWriter(int descriptor, std::string name, const QiroK7MDocInfo& info)
-    : MovieWriter(descriptor, std::move(name), 0) {
+    : MovieWriter(descriptor, std::move(name), 0, FileIoStream::Order::kAny) {
   const QiroK7MIOStreamCallBacks stream = Stream().CallBacks();
   const QiroK7MAllocatorCallBacks allocator;
   Check(QiroK7RDocCreateNew(&stream, &info, &allocator, &recording_));

@@ -21,7 +21,8 @@ struct Continuation {
   uint64_t keepLimit = 0;  ///< A fragment that begins behind this byte is cut off.
 };
 
-/// Which samples get a random access entry.
+/// Which samples get a random access entry. An entry is a time from which the whole document can be
+/// played: a key sample of another track is none, as long as the leading one has none there.
 struct AccessRule {
   size_t leadingTrack = 0;  ///< Its key samples, in the order of AddTrack().
   /// Without video no sample is better than another: the first one of every fragment.

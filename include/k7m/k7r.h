@@ -68,28 +68,30 @@ K7M_API QiroK7MError QiroK7RDocCreateNew(const QiroK7MIOStreamCallBacks* callBac
 /// Opens an existing K7R file to continue it. Its movie box stays where it is. Kept is every
 /// complete fragment ('afra', perhaps 'abst', 'moof', whole 'mdat') up to the last one whose 'afra'
 /// does not begin behind `keepLimit`, and other boxes between fragments; at the first box that
-/// breaks this order or is cut short, the file is cut off. Then the writer is one like that of
-/// QiroK7RDocCreateNew(), except that tracks (#kQiroK7MErrorAppendAddTrack) and metadata
-/// (#kQiroK7MErrorAppendMetadata) are refused. QiroK7MWriterGetTracks() gives the tracks; each
-/// needs a description chosen with QiroK7MWriterSetSampleDescriptor(), or a new one, before its
-/// first sample (#kQiroK7MErrorNoSampleDescriptionChosen). A track that ends before the others, and
-/// a sample that comes later than its track's end, leave an empty edit; each takes two places in
-/// the edit list, whose length was fixed when the track was created. The 'afra' boxes that are
-/// written from now on deliberately carry time scale 0, and 0 for every time.
+/// breaks this order or is cut short, the file is cut off. Fragments in front of the movie box stay
+/// as well, and are continued. Then the writer is one like that of QiroK7RDocCreateNew(), except
+/// that tracks (#kQiroK7MErrorAppendAddTrack) and metadata (#kQiroK7MErrorAppendMetadata) are
+/// refused. QiroK7MWriterGetTracks() gives the tracks; each needs a description chosen with
+/// QiroK7MWriterSetSampleDescriptor(), or a new one, before its first sample
+/// (#kQiroK7MErrorNoSampleDescriptionChosen). A track that ends before the others, and a sample
+/// that comes later than its track's end, leave an empty edit; each takes two places in the edit
+/// list, whose length was fixed when the track was created. The 'afra' boxes that are written from
+/// now on deliberately carry time scale 0, and 0 for every time.
 /// @param callBacks     the stream; required, with all its required callbacks. Copied
 /// @param reserved      not used; required
 /// @param allocator     required; its callbacks may be null and must otherwise outlive the writer
 /// @param keepLimit     an offset in the stream; UINT64_MAX keeps all complete fragments
-/// @param lastFragment  receives the offset of the 'afra' of the last fragment that was kept, 0
-/// when
-///                      there is none; required
+/// @param lastFragment  receives the offset of the 'afra' of the last fragment that was kept behind
+///                      the movie box, 0 when there is none; required
 /// @param out           receives the writer; required. Both outputs are left as they are on failure
 /// @return #kQiroK7MErrorNone; #kQiroK7MErrorInvalidArgument; #kQiroK7MErrorNoMovieBox;
 ///         #kQiroK7MErrorAppendNotFragmented without an 'mvex'; #kQiroK7MErrorAppendNoEditBox and
 ///         #kQiroK7MErrorAppendNoEditList for a track without one; #kQiroK7MErrorInvalidTrackId
 ///         when the tracks are not numbered 1, 2, 3 and so on in their order;
-///         #kQiroK7MErrorMoovOffsetMismatch for a second movie box; the codes of parsing (see
-///         QiroK7MDocOpenForRead()); #kQiroK7MErrorOutOfMemory; or what a stream callback returned
+///         #kQiroK7MErrorMoovOffsetMismatch for a second movie box; #kQiroK7MErrorStdException when
+///         the last 'mdat' has no size and is longer than 32 bits can tell; the codes of parsing
+///         (see QiroK7MDocOpenForRead()); #kQiroK7MErrorOutOfMemory; or what a stream callback
+///         returned
 K7M_API QiroK7MError QiroK7RDocOpenForAppend(const QiroK7MIOStreamCallBacks* callBacks,
                                              const void* reserved,
                                              const QiroK7MAllocatorCallBacks* allocator,

@@ -52,7 +52,7 @@ K7M_API QiroK7MError QiroK7MDocCreateNew(const QiroK7MIOStreamCallBacks* callBac
                                          QiroK7MWriter** out);
 
 /// Adds a track. In a plain document the space for its sample tables is reserved now: 44 bytes a
-/// sample, 45 with a dependency table.
+/// sample, 45 with a dependency table. When this fails, the document has no such track.
 /// @param writer          required
 /// @param info            required; `timeScale` must not be 0. `size`, `trackFlags` above bit 0 and
 ///                        unused bytes are ignored

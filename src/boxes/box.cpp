@@ -48,6 +48,13 @@ void Box::AddChildBox(std::unique_ptr<Box> child) {
   }
 }
 
+void Box::DropLastChild() {
+  const uint64_t childSize = children_.back()->GetTotalSize();
+  children_.pop_back();
+  effectiveSize_ -= childSize;
+  SetTotalSize(totalSize_ - childSize);
+}
+
 void Box::WriteBox() {
   WriteBoxHeader();
   WriteExtensionBox();

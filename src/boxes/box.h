@@ -31,6 +31,8 @@ class Box : public K7MBase {
   virtual uint64_t GetTotalSize() const { return totalSize_; }
   /// Takes the child behind the others. In the writing form the box grows by the child's size.
   virtual void AddChildBox(std::unique_ptr<Box> child);
+  /// Writing form: undoes the last AddChildBox().
+  virtual void DropLastChild();
   /// Writes header, payload and children, each at its own offset.
   virtual void WriteBox();
   virtual void WriteExtensionBox() {}

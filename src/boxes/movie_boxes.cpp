@@ -38,6 +38,11 @@ void MoovBox::AddChildBox(std::unique_ptr<Box> child) {
   }
 }
 
+void MoovBox::DropLastChild() {
+  traks_.pop_back();
+  Box::DropLastChild();
+}
+
 std::span<const MandatoryBox> MoovBox::GetMandatoryBoxes() const {
   static constexpr MandatoryBox kRules[] = {
       {MvhdBox::kType, Occurrence::kExactlyOnce, {}},

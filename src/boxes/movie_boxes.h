@@ -81,6 +81,8 @@ class MoovBox final : public Box {
       : Box(stream, kType, allocator), traks_(K7MAllocator<TrakBox*>(allocator)) {}
 
   void AddChildBox(std::unique_ptr<Box> child) override;
+  /// The last child is a track.
+  void DropLastChild() override;
   std::span<const MandatoryBox> GetMandatoryBoxes() const override;
 
   /// Null when there is none.

@@ -154,13 +154,16 @@ std::optional<size_t> RootBox::FindFragment(uint32_t trackId, uint64_t time) {
 }
 
 void RootBox::ForgetBehindMovie() {
+  for (auto& [trackId, fragments] : fragments_) {
+    fragments.ForgetBehind(moov_->GetBeginOffset());
+  }
+  std::erase_if(fragments_, [](const auto& track) { return track.second.Size() == 0; });
   auto& boxes = MutableChildren();
   while (!boxes.empty() && boxes.back().get() != moov_) {
     boxes.pop_back();
   }
   SetTotalSize(moov_->GetEndOffset());
   SetEffectiveSize(GetTotalSize());
-  fragments_.clear();
 }
 
 void RootBox::BeginFragment(uint64_t moofOffset) {

@@ -24,6 +24,14 @@ void TrackFragments::Add(const TrafBox& traf, uint64_t moofOffset) {
   lastMoofOffset_ = moofOffset;
 }
 
+void TrackFragments::ForgetBehind(uint64_t offset) {
+  while (!entries_.empty() && entries_.back().traf->GetBeginOffset() > offset) {
+    sampleCount_ -= entries_.back().traf->GetSampleCount();
+    entries_.pop_back();
+  }
+  lastMoofOffset_.reset();
+}
+
 size_t TrackFragments::FindLastCovering(uint64_t time, size_t begin) const {
   const auto first = entries_.begin() + static_cast<ptrdiff_t>(begin);
   const auto covers = [time](const Entry& entry) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "base/allocation.h"
 
@@ -28,6 +29,8 @@ class TrackFragments {
   void Reserve(size_t count);
   /// Cannot fail when there is room.
   void Add(const TrafBox& traf, uint64_t moofOffset);
+  /// Forgets those that begin behind `offset`.
+  void ForgetBehind(uint64_t offset);
 
   size_t Size() const { return entries_.size(); }
   const TrafBox* At(size_t index) const { return entries_[index].traf; }
@@ -46,7 +49,7 @@ class TrackFragments {
 
   K7MVector<Entry> entries_;
   uint64_t sampleCount_ = 0;
-  uint64_t lastMoofOffset_ = 0;
+  std::optional<uint64_t> lastMoofOffset_;
   bool isInOrder_ = true;
 };
 

@@ -42,6 +42,12 @@ class ResumeWalk {
       : root_(root), stream_(stream), keepLimit_(keepLimit) {
     point_.writeOffset = root.GetEndOffset();
     point_.trackEnds.resize(trackCount);
+    // Those in front of the movie box stay whatever the limit is.
+    for (const auto& box : root.Children()) {
+      if (box->GetBoxType() == MoofBox::kType) {
+        NoteMoof(static_cast<const MoofBox&>(*box));
+      }
+    }
   }
 
   ResumePoint Run() {
@@ -103,17 +109,20 @@ class ResumeWalk {
   bool CompleteFragment(const Box& mdat) {
     point_.writeOffset = mdat.GetEndOffset();
     point_.lastAfraOffset = afraOffset_;
-    point_.fragmentNumber = moof_->GetSequenceNumber();
-    for (const auto& child : moof_->Children()) {
-      if (child->GetBoxType() == TrafBox::kType) {
-        NoteEnd(static_cast<const TrafBox&>(*child));
-      }
-    }
+    NoteMoof(*moof_);
     if (mdat.GetBoxHeader().IsBoxTillFileEnd()) {
       ThrowIf(mdat.GetTotalSize() > 0xFFFFFFFF, kQiroK7MErrorStdException);
       point_.openMdat = &mdat;
     }
     return Enter(State::kBetweenFragments);
+  }
+  void NoteMoof(const MoofBox& moof) {
+    point_.fragmentNumber = moof.GetSequenceNumber();
+    for (const auto& child : moof.Children()) {
+      if (child->GetBoxType() == TrafBox::kType) {
+        NoteEnd(static_cast<const TrafBox&>(*child));
+      }
+    }
   }
   void NoteEnd(const TrafBox& traf) {
     const uint64_t index = uint64_t{traf.GetTrackId()} - 1;

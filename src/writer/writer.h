@@ -68,7 +68,7 @@ class Writer : public K7MBase {
          const QiroK7MAllocatorCallBacks* allocator);
   ~Writer() override;
 
-  /// The track belongs to the writer.
+  /// The track belongs to the writer. When this fails there is none.
   virtual Track* CreateNewTrack(const QiroK7MTrackInfo& info,
                                 const QiroK7MTrackEntriesInfo& entries, uint32_t maxSampleCount,
                                 std::span<const uint8_t> handlerName,
@@ -126,6 +126,10 @@ class Writer : public K7MBase {
   static constexpr uint32_t kUnfragmented = 1;
 
   void WriteFirstBoxes();
+  /// What the number of tracks changes beside their boxes.
+  void CountTracks();
+  /// A track whose movie box could not be written was never added.
+  void DropLastTrack();
   /// The movie box of an existing file becomes the writer's.
   void AdoptMovie();
   void ResumeTimelines(const ResumePoint& point);

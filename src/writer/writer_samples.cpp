@@ -116,6 +116,9 @@ void Writer::RewriteMoov() {
   const bool wasStale = std::exchange(moovIsStale_, true);
   if (wasStale) {
     moov_->WriteBox();
+    if (hasFailed_ && mdat_ == nullptr) {
+      CutRemains();
+    }
   } else {
     moov_->UpdateBox();
   }
@@ -135,6 +138,9 @@ void Writer::FlushWriter() {
 }
 
 void Writer::Finalise() {
+  if (hasFailed_ && moovIsStale_) {
+    RewriteMoov();
+  }
   FlushWriter();
   if (IsFragmented()) {
     CloseMovieBox();

@@ -2,6 +2,7 @@
 #include <iterator>
 #include <utility>
 
+#include "base/guarded_call.h"
 #include "boxes/stbl_box.h"
 #include "boxes/track_setup.h"
 #include "boxes/unknown_full_box.h"
@@ -97,10 +98,28 @@ Track* Writer::CreateNewTrack(const QiroK7MTrackInfo& info, const QiroK7MTrackEn
   moov_->AddChildBox(std::move(trak));
   tracks_.push_back(std::move(track));
   timelines_.push_back(timeline);
-  mvhd_->SetNextTrackId(trackId + 1);
-  writeOffset_ = moov_->GetEndOffset();
-  RewriteMoov();
+  CountTracks();
+  const QiroK7MError failure = GuardedCall([this] { RewriteMoov(); });
+  if (failure != kQiroK7MErrorNone) {
+    DropLastTrack();
+    ThrowException(failure);
+  }
   return tracks_.back().get();
+}
+
+void Writer::CountTracks() {
+  mvhd_->SetNextTrackId(static_cast<uint32_t>(tracks_.size() + 1));
+  writeOffset_ = moov_->GetEndOffset();
+}
+
+void Writer::DropLastTrack() {
+  timelines_.pop_back();
+  tracks_.pop_back();
+  moov_->DropLastChild();
+  if (IsFragmented()) {
+    newMvex_->DropLastChild();
+  }
+  CountTracks();
 }
 
 TrackTimeline& Writer::TimelineOf(uint32_t trackId) {

@@ -1,61 +1,10 @@
-// The samples of fragmented documents: which are delivered, with what record, from how much of the
-// file.
+// The samples of fragmented documents: which are delivered, and with what record.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
-#include "support/fragment_builder.h"
-#include "support/opened_reader.h"
+#include "fragment_files.h"
 
 namespace k7mtest {
 namespace {
-
-using Times = std::vector<uint64_t>;
-
-/// Samples of 10 units and 4 bytes that are key samples.
-constexpr Trex kDefaults = {.duration = 10, .size = 4};
-
-Movie OneTrack(uint64_t duration = 1000) {
-  return FragmentedMovie({{.duration = duration}}, kDefaults);
-}
-
-Movie TwoTracks() {
-  return FragmentedMovie({{.duration = 1000}, {.handler = "soun", .duration = 1000}}, kDefaults);
-}
-
-Bytes FileOf(Movie movie, const Bytes& fragments) {
-  movie.atEnd = fragments;
-  return BuildMovie(movie).bytes;
-}
-
-Bytes TrafOf(uint32_t trackId, uint32_t count) {
-  return Traf(0, Tfhd{.trackId = trackId}, DefaultRun(count));
-}
-
-Bytes MoofOf(uint32_t trackId, uint32_t count) { return Moof(TrafOf(trackId, count)); }
-
-Times AllTimes(const Bytes& file) { return TimeStamps(AllSamples(OpenedReader(file))); }
-
-Times TimesBetween(const Bytes& file, uint64_t start, uint64_t end) {
-  OpenedReader reader(file);
-  return TimeStamps(SamplesBetween(reader, 1000, start, 1000, end));
-}
-
-QiroK7MSampleIterator* IterateAll(const OpenedReader& reader) {
-  QiroK7MSampleIterator* iterator = nullptr;
-  EXPECT_EQ(QiroK7MReaderGetAllSamples(reader.Handle(), &iterator), 0u);
-  return iterator;
-}
-
-QiroK7MError Next(QiroK7MSampleIterator* iterator, ReadSample* taken = nullptr) {
-  QiroK7MSample* sample = nullptr;
-  const QiroK7MError result = QiroK7MSampleIteratorGetNextEntry(iterator, &sample);
-  if (sample != nullptr) {
-    const ReadSample read = TakeSample(sample, false);
-    if (taken != nullptr) *taken = read;
-  }
-  return result;
-}
 
 // Walking
 // --------------------------------------------------------------------------------------------
@@ -168,6 +117,46 @@ TEST(FragmentRange, IsTheSameWhetherOrNotAllIsParsed) {
               TimeStamps(SamplesBetween(parsed, 1000, start, 1000, 55)))
         << start;
   }
+}
+
+/// Runs of samples with the given durations in one 'moof'; the last sample may have none.
+Bytes MoofOfDurations(const std::vector<uint32_t>& durations) {
+  Trun run;
+  for (const uint32_t duration : durations) run.samples.push_back({.duration = duration});
+  return Moof(Traf(0, Tfhd{}, FullBox("trun", 0, kTrunDuration, run)));
+}
+
+TEST(FragmentRange, ASampleWithoutDurationAtTheEndOfAFragmentIsFound) {
+  // One at 20, where the second fragment begins, and one at 30, where the file ends.
+  const Bytes file = FileOf(OneTrack(), MoofOfDurations({10, 10, 0}) + MoofOfDurations({10, 0}));
+  EXPECT_EQ(AllTimes(file), (Times{0, 10, 20, 20, 30}));
+  EXPECT_EQ(TimesBetween(file, 11, 1000), (Times{20, 20, 30}));
+  EXPECT_EQ(TimesBetween(file, 20, 1000), (Times{20, 20, 30}));
+  EXPECT_EQ(TimesBetween(file, 21, 1000), (Times{30}));
+  EXPECT_EQ(TimesBetween(file, 30, 1000), (Times{30}));
+  EXPECT_EQ(TimesBetween(file, 31, 1000), (Times{}));
+  EXPECT_EQ(TimesBetween(file, 0, 20), (Times{0, 10}));
+  EXPECT_EQ(TimesBetween(file, 20, 21), (Times{20, 20}));
+}
+
+TEST(FragmentRange, AFragmentWithoutDurationIsFound) {
+  const Bytes file =
+      FileOf(OneTrack(), MoofOfDurations({10, 10}) + MoofOfDurations({0, 0}) + MoofOf(1, 1));
+  EXPECT_EQ(TimesBetween(file, 20, 1000), (Times{20, 20, 20}));
+  EXPECT_EQ(TimesBetween(FileOf(OneTrack(), MoofOfDurations({0})), 0, 1000), (Times{0}));
+}
+
+/// Both ends of a fragment belong to it, and of the fragments that are parsed the last one that
+/// reaches the start is taken, deliberately: what the one before has at its end is left out then.
+TEST(FragmentRange, BeginsInTheLastParsedFragmentThatReachesItsStart) {
+  OpenedReader reader(FileOf(OneTrack(), MoofOfDurations({10, 10, 0}) + MoofOfDurations({10, 0})));
+  const auto timesFrom = [&reader](uint64_t start) {
+    return TimeStamps(SamplesBetween(reader, 1000, start, 1000, 1000));
+  };
+  EXPECT_EQ(timesFrom(20), (Times{20, 20, 30}));  // Only now the second one is parsed.
+  EXPECT_EQ(timesFrom(20), (Times{20, 30}));
+  EXPECT_EQ(timesFrom(19), (Times{20, 20, 30}));
+  EXPECT_EQ(timesFrom(30), (Times{30}));
 }
 
 TEST(FragmentRange, OfATrackOfDurationZeroIsEmpty) {
@@ -338,240 +327,6 @@ TEST(FragmentSample, WithBytesBeforeTheMediaOrBehindTheEndIsError1030) {
     ASSERT_EQ(samples.size(), 1u);
     EXPECT_EQ(samples[0].dataResult, kQiroK7MErrorSampleDataShort) << base;
   }
-}
-
-// Descriptions that are missing
-// ------------------------------------------------------------------------
-
-TEST(MissingDescription, IsWarning3077AndTheLastSampleOfItsTrack) {
-  const Bytes bad = Traf(kTfhdDescription, Tfhd{.description = 2}, DefaultRun(2));
-  const Bytes file = FileOf(TwoTracks(), Moof(TrafOf(1, 2), bad, TrafOf(1, 1)) + MoofOf(2, 5));
-  OpenedReader reader(file);
-  const auto samples = AllSamples(reader);
-  Times video;
-  Times sound;
-  for (const ReadSample& sample : samples) {
-    const bool isVideo = sample.info.mediaType == Code("vide");
-    (isVideo ? video : sound).push_back(sample.info.timeStamp);
-    EXPECT_EQ(sample.descriptor == nullptr, isVideo && sample.info.timeStamp == 20);
-  }
-  EXPECT_EQ(video, (Times{0, 10, 20}));
-  EXPECT_EQ(sound, (Times{0, 10, 20, 30, 40}));
-  EXPECT_EQ(reader.Warnings().Seen(),
-            (std::vector<QiroK7MError>{kQiroK7MWarningUnknownSampleDescription}));
-}
-
-TEST(MissingDescription, EndsTheTrackAlsoWhenOtherEditsFollow) {
-  Movie movie = FragmentedMovie({{.edits = {{10, 0}, {5, -1}, {10, 10}}}},
-                                {.description = 9, .duration = 10, .size = 4});
-  OpenedReader reader(FileOf(movie, MoofOf(1, 3)));
-  EXPECT_EQ(TimeStamps(AllSamples(reader)), (Times{0}));
-  EXPECT_EQ(TimeStamps(MediaSamples(reader)), (Times{0}));
-}
-
-TEST(MissingDescription, ZeroAndAllBitsSetNameNoEntry) {
-  for (const uint32_t description : {0u, 2u, 0xFFFFFFFFu}) {
-    Movie movie = FragmentedMovie({{.duration = 1000}},
-                                  {.description = description, .duration = 10, .size = 4});
-    OpenedReader reader(FileOf(movie, MoofOf(1, 3)));
-    EXPECT_EQ(AllSamples(reader).size(), 1u);
-    EXPECT_EQ(reader.Warnings().Count(kQiroK7MWarningUnknownSampleDescription), 1u);
-  }
-}
-
-TEST(MissingDescription, ARefusedWarningOfAFirstSampleFailsTheQueryWith1028) {
-  Movie movie = FragmentedMovie({{.duration = 1000}}, {.description = 9, .duration = 10});
-  OpenedReader reader(FileOf(movie, MoofOf(1, 3)));
-  reader.Warnings().RefuseNth(1);
-  QiroK7MSampleIterator* iterator = nullptr;
-  EXPECT_EQ(QiroK7MReaderGetAllSamples(reader.Handle(), &iterator),
-            kQiroK7MErrorAbortedByWarningHandler);
-  EXPECT_EQ(iterator, nullptr);
-  EXPECT_EQ(AllSamples(reader).size(), 1u);  // Accepted, it is delivered.
-}
-
-TEST(MissingDescription, ARefusedWarningLaterIsToldBehindTheSampleBefore) {
-  const Bytes bad = Traf(kTfhdDescription, Tfhd{.description = 2}, DefaultRun(2));
-  OpenedReader reader(FileOf(OneTrack(), MoofOf(1, 1) + Moof(bad)));
-  QiroK7MSampleIterator* iterator = IterateAll(reader);
-  reader.Warnings().RefuseNth(1);
-  ReadSample sample;
-  EXPECT_EQ(Next(iterator, &sample), 0u);
-  EXPECT_EQ(sample.info.timeStamp, 0u);
-  EXPECT_TRUE(HasMore(iterator));
-  EXPECT_EQ(Next(iterator), kQiroK7MErrorAbortedByWarningHandler);
-  EXPECT_FALSE(HasMore(iterator));
-  QiroK7MReleaseSampleIterator(iterator);
-}
-
-// Counting
-// -------------------------------------------------------------------------------------------
-
-uint32_t CountOf(QiroK7MTrack* track) {
-  uint32_t count = 77;
-  EXPECT_EQ(QiroK7MTrackGetSampleCount(track, &count), 0u);
-  return count;
-}
-
-TEST(FragmentCount, AddsTheRunsOfTheWholeFileToTheTable) {
-  Movie movie = FragmentedMovie({{.samples = SomeSamples(3)}, {.handler = "soun"}}, kDefaults);
-  const Bytes file = FileOf(movie, Moof(TrafOf(1, 2), TrafOf(2, 7), TrafOf(1, 4)) + Box("free") +
-                                       MoofOf(2, 1) + MoofOf(1, 100));
-  OpenedReader reader(file);
-  EXPECT_EQ(CountOf(reader.TrackAt(0)), 109u);
-  EXPECT_EQ(CountOf(reader.TrackAt(1)), 8u);
-}
-
-TEST(FragmentCount, DoesNotDependOnTimes) {
-  Movie movie = FragmentedMovie({{.duration = 0}}, {.duration = 0xFFFFFFFF});
-  OpenedReader reader(FileOf(movie, MoofOf(1, 0xFFFFFFFF) + MoofOf(1, 3) + MoofOf(1, 4)));
-  EXPECT_EQ(CountOf(reader.TrackAt(0)), 6u);  // The sum wraps in 32 bits.
-}
-
-TEST(FragmentCount, OfABrokenFileIsItsError) {
-  const Bytes broken = Moof(Box("traf", DefaultRun(1)));
-  OpenedReader reader(FileOf(OneTrack(), MoofOf(1, 1) + broken));
-  uint32_t count = 77;
-  EXPECT_EQ(QiroK7MTrackGetSampleCount(reader.TrackAt(0), &count), kQiroK7MErrorInvalidHierarchy);
-  EXPECT_EQ(count, 77u);
-}
-
-// Laziness
-// -------------------------------------------------------------------------------------------
-
-/// The end of the bytes that were read farthest behind.
-uint64_t GreatestRead(OpenedReader& reader) {
-  uint64_t greatest = 0;
-  for (const CallRecord& call : reader.Stream().Log()) {
-    if (call.call == Call::kRead) greatest = std::max(greatest, call.offset + call.delivered);
-  }
-  return greatest;
-}
-
-TEST(LazyFragments, AreParsedWhenTheirSamplesAreComing) {
-  const Movie movie = OneTrack();
-  const uint64_t start = BuildMovie(movie).bytes.Size();
-  const Bytes moof = MoofOf(1, 2);
-  const auto endOf = [&](uint64_t count) { return start + count * moof.Size(); };
-  OpenedReader reader(FileOf(movie, moof + moof + moof));
-  EXPECT_LE(GreatestRead(reader), start);
-  QiroK7MSampleIterator* iterator = IterateAll(reader);
-  EXPECT_EQ(GreatestRead(reader), endOf(1));
-  EXPECT_EQ(Next(iterator), 0u);  // Now the second one is at hand, from the same fragment.
-  EXPECT_EQ(GreatestRead(reader), endOf(1));
-  EXPECT_EQ(Next(iterator), 0u);
-  EXPECT_EQ(GreatestRead(reader), endOf(2));
-  QiroK7MReleaseSampleIterator(iterator);
-}
-
-TEST(LazyFragments, AGrowingFileGivesItsLaterFragments) {
-  OpenedReader reader(FileOf(OneTrack(), MoofOf(1, 2)));
-  EXPECT_EQ(AllSamples(reader).size(), 2u);
-  reader.Stream().Grow(MoofOf(1, 1));
-  EXPECT_EQ(TimeStamps(AllSamples(reader)), (Times{0, 10, 20}));
-  QiroK7MSampleIterator* iterator = IterateAll(reader);
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(Next(iterator), 0u);
-  reader.Stream().Grow(MoofOf(1, 1));
-  EXPECT_EQ(Drain(iterator).size(), 2u);
-}
-
-TEST(LazyFragments, AreParsedOnceForAllQueries) {
-  OpenedReader reader(FileOf(OneTrack(), MoofOf(1, 2) + MoofOf(1, 2)));
-  AllSamples(reader, false);
-  const uint64_t delivered = reader.Stream().BytesDelivered();
-  AllSamples(reader, false);
-  SamplesBetween(reader, 1000, 15, 1000, 35);
-  EXPECT_EQ(reader.Stream().BytesDelivered(), delivered);
-}
-
-TEST(LazyFragments, IteratorsOfOneReaderDoNotDisturbEachOther) {
-  OpenedReader reader(FileOf(TwoTracks(), MoofOf(1, 3) + MoofOf(2, 3) + MoofOf(1, 2)));
-  QiroK7MSampleIterator* first = IterateAll(reader);
-  EXPECT_EQ(Next(first), 0u);
-  QiroK7MSampleIterator* second = IterateAll(reader);
-  EXPECT_EQ(Next(second), 0u);
-  EXPECT_EQ(AllSamples(reader).size(), 8u);
-  EXPECT_EQ(Drain(first).size(), 7u);
-  EXPECT_EQ(Drain(second).size(), 7u);
-}
-
-// Errors
-// ---------------------------------------------------------------------------------------------
-
-struct BrokenFragment {
-  const char* name;
-  Bytes moof;
-  QiroK7MError error;
-};
-
-std::vector<BrokenFragment> BrokenFragments() {
-  const Bytes tfhd = FullBox("tfhd", 0, 0, Tfhd{});
-  return {
-      {"no mfhd", Box("moof", TrafOf(1, 1)), kQiroK7MErrorInvalidHierarchy},
-      {"no tfhd", Moof(Box("traf", DefaultRun(1))), kQiroK7MErrorInvalidHierarchy},
-      {"no trex", Moof(TrafOf(3, 1)), kQiroK7MErrorNoTrackExtends},
-      {"short mfhd", Box("moof", FullBox("mfhd", 0, 0)), kQiroK7MErrorBoxTruncated},
-      {"short trun", Moof(Box("traf", tfhd, FullBox("trun", 0, 0))), kQiroK7MErrorBoxTruncated},
-      {"short records", Moof(Box("traf", tfhd, FullBox("trun", 0, 0x100, Trun{.count = 9}))),
-       kQiroK7MErrorBoxTruncated},
-      {"too many records",
-       Moof(Box("traf", tfhd, FullBox("trun", 0, 0x300, Trun{.count = 0x80000000}))),
-       kQiroK7MErrorTrunSampleCount},
-      {"no version", Moof(Box("traf", tfhd, Box("trun"))), kQiroK7MErrorBadFullBoxHeader},
-  };
-}
-
-TEST(BrokenFragment, FailsTheQueryThatPositionsBehindIt) {
-  for (const BrokenFragment& broken : BrokenFragments()) {
-    OpenedReader reader(FileOf(OneTrack(), broken.moof + MoofOf(1, 1)));
-    ASSERT_EQ(reader.Result(), 0u);
-    QiroK7MSampleIterator* iterator = nullptr;
-    for (int i = 0; i < 2; ++i) {
-      EXPECT_EQ(QiroK7MReaderGetAllSamples(reader.Handle(), &iterator), broken.error)
-          << broken.name;
-      EXPECT_EQ(QiroK7MReaderGetMediaSamples(reader.Handle(), nullptr, 0, &iterator), broken.error);
-    }
-    EXPECT_EQ(iterator, nullptr);
-  }
-}
-
-TEST(BrokenFragment, BeforeTheMovieFailsTheOpening) {
-  for (const BrokenFragment& broken : BrokenFragments()) {
-    EXPECT_EQ(OpenResult(broken.moof + FileOf(OneTrack(), {})), broken.error) << broken.name;
-  }
-}
-
-TEST(BrokenFragment, IsToldBehindTheLastSampleBeforeIt) {
-  for (const BrokenFragment& broken : BrokenFragments()) {
-    OpenedReader reader(FileOf(OneTrack(), MoofOf(1, 2) + broken.moof + MoofOf(1, 1)));
-    QiroK7MSampleIterator* iterator = IterateAll(reader);
-    ReadSample sample;
-    EXPECT_EQ(Next(iterator, &sample), 0u);
-    EXPECT_EQ(Next(iterator, &sample), 0u);
-    EXPECT_EQ(sample.info.timeStamp, 10u);
-    EXPECT_TRUE(HasMore(iterator));
-    EXPECT_EQ(Next(iterator), broken.error) << broken.name;
-    EXPECT_FALSE(HasMore(iterator));
-    EXPECT_EQ(Next(iterator), 0u);
-    QiroK7MReleaseSampleIterator(iterator);
-  }
-}
-
-TEST(BrokenFragment, EndsEachTrackThatComesThereAndTheOthersGoOn) {
-  const Bytes broken = Moof(TrafOf(3, 1));
-  OpenedReader reader(FileOf(TwoTracks(), Moof(TrafOf(1, 1), TrafOf(2, 3)) + broken));
-  QiroK7MSampleIterator* iterator = IterateAll(reader);
-  EXPECT_EQ(Next(iterator), 0u);
-  EXPECT_EQ(Next(iterator), kQiroK7MErrorNoTrackExtends);  // The video track ends.
-  ReadSample sample;
-  for (const uint64_t time : {0u, 10u, 20u}) {
-    EXPECT_EQ(Next(iterator, &sample), 0u);
-    EXPECT_EQ(sample.info.timeStamp, time);
-    EXPECT_EQ(sample.info.mediaType, Code("soun"));
-  }
-  EXPECT_EQ(Next(iterator), kQiroK7MErrorNoTrackExtends);
-  EXPECT_FALSE(HasMore(iterator));
-  QiroK7MReleaseSampleIterator(iterator);
 }
 
 }  // namespace

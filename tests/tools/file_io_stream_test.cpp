@@ -132,5 +132,43 @@ TEST(FileIoStream, AFailureOfTheSystemIsReportedAtTheLatestAtTheEnd) {
   EXPECT_EQ(stream.ErrorNumber(), ENOSPC);
 }
 
+class FileIoStreamInOrder : public FileIoStreamTest {
+ protected:
+  FileIoStreamInOrder() { callBacks_ = inOrder_.CallBacks(); }
+
+  FileIoStream inOrder_{fileno(file_.get()), 0, FileIoStream::Order::kKept};
+};
+
+TEST_F(FileIoStreamInOrder, WhatDoesNotFollowComesBehindWhatWasThereBefore) {
+  void* const self = callBacks_.clientData;
+  const auto write = [&](int64_t position, size_t size, uint8_t value) {
+    const std::vector<uint8_t> bytes(size, value);
+    uint64_t count = 0;
+    ASSERT_EQ(callBacks_.seek(self, position, kQiroK7MSeekFromStart), 0u);
+    ASSERT_EQ(callBacks_.write(self, bytes.data(), size, &count), 0u);
+  };
+  write(10, 200000, 1);
+  write(200010, 10, 2);
+  EXPECT_LT(FileContent().size(), 200000u);
+  write(0, 10, 3);
+  EXPECT_EQ(FileContent().size(), 200020u);
+  EXPECT_EQ(FileContent()[9], 0);
+  EXPECT_EQ(FileContent()[10], 1);
+  EXPECT_EQ(FileContent()[200010], 2);
+  write(200020, 1, 4);
+  EXPECT_EQ(FileContent().size(), 200020u);
+  EXPECT_EQ(FileContent()[9], 3);
+  ASSERT_EQ(callBacks_.close(self), 0u);
+  EXPECT_EQ(FileContent()[200020], 4);
+}
+
+TEST_F(FileIoStreamInOrder, WhatFollowsIsGathered) {
+  void* const self = callBacks_.clientData;
+  uint64_t count = 0;
+  for (int i = 0; i < 100000; ++i) ASSERT_EQ(callBacks_.write(self, "12345678", 8, &count), 0u);
+  ASSERT_EQ(callBacks_.close(self), 0u);
+  EXPECT_LE(inOrder_.SystemCallCount(), 13u);
+}
+
 }  // namespace
 }  // namespace qiro::k7m::tool

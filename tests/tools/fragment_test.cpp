@@ -149,6 +149,39 @@ TEST_F(FragmentTest, EveryKeyPictureIsAnAccessPoint) {
   for (size_t i = 0; i < times.size(); ++i) EXPECT_EQ(times[i], 400 * i);
 }
 
+TEST_F(FragmentTest, KeySamplesOfOtherTracksAreNoAccessPoints) {
+  // Sound, where every sample is a key sample, in front; a second video track of other key pictures
+  // behind.
+  Movie movie = LongMovie();
+  std::swap(movie.tracks[0], movie.tracks[1]);
+  movie.tracks.push_back({.samples = SomeSamples(250, 40, 11)});
+  for (size_t i = 0; i < 250; ++i) movie.tracks[2].samples[i].isSync = i % 7 == 3;
+  const std::vector<RecordedFragment> fragments = FragmentsFrom(BuildMovie(movie).bytes);
+  ASSERT_EQ(fragments.size(), 9u);
+  const DocumentContent copy = Read(Output());
+  const Bytes bytes = ReadBytes(Output());
+  size_t picture = 0;
+  for (const RecordedFragment& fragment : fragments) {
+    for (const AccessPoint& point : fragment.points) {
+      EXPECT_EQ(point.time, 40 * picture);
+      const Bytes& data = copy.tracks[1].samples.at(picture).data;
+      EXPECT_EQ(bytes.Slice(point.offset, data.Size()), data);
+      picture += 10;
+    }
+  }
+  EXPECT_EQ(picture, 250u);
+}
+
+TEST_F(FragmentTest, EveryKeyPictureOfAnAppendedDocumentIsAnAccessPointToo) {
+  FragmentsFrom(BuildMovie(LongMovie()).bytes);
+  ASSERT_EQ(RunK7m({"append", Output(), folder_.Path("clip.mp4")}).exitCode, 0);
+  const std::vector<RecordedFragment> fragments = FragmentsOf(ReadBytes(Output()));
+  ASSERT_EQ(fragments.size(), 18u);
+  for (size_t i = 0; i < 9; ++i) {
+    EXPECT_EQ(fragments[9 + i].points.size(), fragments[i].points.size());
+  }
+}
+
 TEST_F(FragmentTest, WithoutVideoTheFirstSampleOfEveryFragmentIsOne) {
   Movie movie = LongMovie();
   movie.tracks.erase(movie.tracks.begin());
@@ -315,6 +348,8 @@ TEST_F(FragmentTest, UsageErrorsAndHelp) {
   const RunResult help = RunK7m({"fragment", "--help"});
   EXPECT_EQ(help.exitCode, 0);
   EXPECT_NE(help.out.find("Example:\n  k7m fragment clip.mp4 live.k7r"), std::string::npos);
+  EXPECT_NE(help.out.find("random access entries are the key samples of the first video track"),
+            std::string::npos);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <functional>
 
+#include "fragment_expectations.h"
 #include "support/opened_reader.h"
 #include "tables.h"
 
@@ -147,6 +148,55 @@ TEST(HarmlessFailures, NothingIsCutOffWhenNothingIsLeftBehind) {
   EXPECT_EQ(writer.TryAdd(track, {.time = 5}), 1280u);
   writer.Finish();
   EXPECT_EQ(writer.Stream().Count(Call::kTruncate), 0u);
+}
+
+/// What the document is when a second track was added, or was not.
+Bytes DocumentOf(OpenedWriter& writer, bool isAdded) {
+  if (isAdded) {
+    EXPECT_EQ(writer.TryAddTrack({.mediaType = "soun"}), 0u);
+  }
+  return writer.Finish();
+}
+
+TEST(HarmlessFailures, ATrackThatFailedIsNotThereAndCanBeAddedAgain) {
+  for (const bool isFragmented : {false, true}) {
+    for (const bool isAddedAgain : {false, true}) {
+      QiroK7MDocInfo info = DocInfoOf(1000);
+      info.isFragmented = isFragmented ? 1 : 0;
+      OpenedWriter unharmed(info);
+      unharmed.AddTrack();
+      const Bytes expected = DocumentOf(unharmed, isAddedAgain);
+      for (uint64_t n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        OpenedWriter writer(info);
+        writer.AddTrack();
+        writer.Stream().FailNth(Call::kWrite, n, kHarmless);
+        const QiroK7MError result = writer.TryAddTrack({.mediaType = "soun"});
+        if (!writer.Stream().FaultHit()) {
+          EXPECT_GT(n, 20u);
+          break;
+        }
+        EXPECT_EQ(result, kHarmless);
+        EXPECT_EQ(DocumentOf(writer, isAddedAgain), expected);
+        if (HasFailure()) return;
+      }
+    }
+  }
+}
+
+TEST(HarmlessFailures, WhatATrackThatFailedLeftBehindTheMovieBoxIsCutOffWithIt) {
+  uint64_t leftBehind = 0;
+  for (uint64_t n = 1;; ++n) {
+    OpenedWriter writer(FragmentedInfo());
+    QiroK7MTrack* track = writer.AddDescribedTrack();
+    const uint64_t size = writer.File().Size();
+    writer.Stream().FailNth(Call::kWrite, n, kHarmless);
+    if (writer.TryAddTrack({}) == 0) break;
+    leftBehind += writer.File().Size() > size ? 1 : 0;
+    writer.Add(track, 0);  // Closes the movie box, and only that is complete until the next flush.
+    EXPECT_EQ(BehindMoov(writer.File()), Bytes().Fill(16) + NewSample{}.data) << n;
+  }
+  EXPECT_GT(leftBehind, 10u);
 }
 
 TEST(HarmlessFailures, ADescriptionThatCouldNotBeWrittenIsWrittenLater) {

@@ -208,5 +208,96 @@ TEST(K7RAppendForeign, TimeScalesOfZeroDoNoHarm) {
   }
 }
 
+/// The time origin that the file gives, by what is refused.
+void ExpectTimeOrigin(const Movie& movie, uint64_t origin) {
+  OpenedK7RWriter writer(HeadOf(movie));
+  ASSERT_EQ(writer.Result(), 0u);
+  const auto tracks = writer.DescribedTracks();
+  writer.StartFragment();
+  EXPECT_EQ(writer.TryAdd(tracks[0], {.time = origin - 1}), 1280u);
+  EXPECT_EQ(writer.TryAdd(tracks[0], {.time = origin}), 0u);
+}
+
+TEST(K7RAppendForeign, TheVorpEntryNeedNotBeTheFirst) {
+  Movie movie = MovieOf(1);
+  const Bytes other = VorpEntry("abcd", {.codecHeader = VorpExtension(7)});
+  const Bytes vorp = VorpEntry("vorp", {.codecHeader = VorpExtension(300)});
+  const Bytes second = VorpEntry("vorp", {.codecHeader = VorpExtension(900)});
+  movie.tracks[1].descriptions = {other, vorp, second};
+  ExpectTimeOrigin(movie, 300);
+  movie.tracks[1].descriptions = {other};
+  OpenedK7RWriter writer(HeadOf(movie));
+  EXPECT_EQ(writer.TryAdd(writer.DescribedTracks()[0], {.time = 300}), 1290u);
+}
+
+TEST(K7RAppendForeign, OfTwoHintTracksTheFirstTellsTheTimeOrigin) {
+  Movie movie = MovieOf(1, {"vide", "hint", "hint"});
+  movie.tracks[2].descriptions = {VorpEntry("vorp", {.codecHeader = VorpExtension(900)})};
+  ExpectTimeOrigin(movie, 500);
+  movie.tracks[1].descriptions = {VorpEntry("abcd", {})};
+  OpenedK7RWriter writer(HeadOf(movie));
+  EXPECT_EQ(writer.TryAdd(writer.DescribedTracks()[0], {.time = 900}), 1290u);
+  EXPECT_EQ(writer.TryAddHintTrack({.mediaType = "hint", .flags = 0}, {}), 1539u);
+}
+
+/// A recording of two fragments with the first one in front of the movie box.
+Bytes WithAFragmentInFront() {
+  const Recording recording = Record(2);
+  const BoxPlace moov = PlaceOf(recording.file, "moov");
+  const size_t size = recording.ends[0] - recording.starts[0];
+  Bytes front = recording.file.Slice(recording.starts[0], size);
+  for (const char* tfhd : {"moof/traf/tfhd", "moof/traf#2/tfhd", "moof/traf#3/tfhd"}) {
+    front.Patch(PlaceOf(front, tfhd).offset + 16, NumberIn(front, tfhd, 16, 8) - moov.size, 8);
+  }
+  return Cut(recording.file, moov.offset) + front + recording.file.Slice(moov.offset, moov.size) +
+         recording.file.Slice(recording.starts[1], recording.file.Size() - recording.starts[1]);
+}
+
+uint32_t SampleCountOf(QiroK7MTrack* track) {
+  uint32_t count = 0;
+  EXPECT_EQ(QiroK7MTrackGetSampleCount(track, &count), 0u);
+  return count;
+}
+
+TEST(K7RAppendForeign, FragmentsInFrontOfTheMovieBoxAreContinued) {
+  const Bytes original = WithAFragmentInFront();
+  ExpectFragmentsReadBack(original, {0, 1});
+  OpenedK7RWriter writer(original);
+  ASSERT_EQ(writer.Result(), 0u);
+  EXPECT_EQ(writer.LastFragment(), PlaceOf(original, "afra#2").offset);
+  EXPECT_EQ(writer.File(), original);
+  const auto tracks = writer.DescribedTracks();
+  AddFragment(writer, tracks, 2);
+  writer.Flush();
+  EXPECT_EQ(SampleCountOf(tracks[0]), 6u);
+  const Bytes file = writer.Finish();
+  EXPECT_EQ(NumberIn(file, "moof#3/mfhd", 12), 3u);
+  ExpectFragmentsReadBack(file, {0, 1, 2});
+}
+
+TEST(K7RAppendForeign, FragmentsInFrontOfTheMovieBoxAreKeptWhateverTheLimitIs) {
+  const Bytes original = WithAFragmentInFront();
+  OpenedK7RWriter writer(original, 0);
+  ASSERT_EQ(writer.Result(), 0u);
+  EXPECT_EQ(writer.LastFragment(), 0u);
+  EXPECT_EQ(writer.File().Size(), EndOfMoov(original));
+  EXPECT_EQ(NumberIn(writer.File(), "moov/mvhd", 32, 8), 100u);
+  const auto tracks = writer.DescribedTracks();
+  EXPECT_EQ(SampleCountOf(tracks[0]), 2u);
+  writer.StartFragment();
+  EXPECT_EQ(writer.TryAdd(tracks[0], {.time = Recording::kTimeOrigin + 99}), 1280u);
+  AddFragment(writer, tracks, 7);
+  writer.Flush();
+  EXPECT_EQ(SampleCountOf(tracks[0]), 4u);
+  const Bytes file = writer.Finish();
+  EXPECT_EQ(NumberIn(file, "moof#2/mfhd", 12), 2u);
+  ExpectFragmentsReadBack(file, {0, 7});
+  OpenedReader reader(file);
+  QiroK7MTrack* video = reader.TrackAt(0);
+  QiroK7MSampleIterator* iterator = nullptr;
+  ASSERT_EQ(QiroK7MReaderGetAllSamplesByTracks(reader.Handle(), &video, 1, &iterator), 0u);
+  EXPECT_EQ(TimeStamps(Drain(iterator, false)), (std::vector<uint64_t>{0, 40, 100, 700, 740}));
+}
+
 }  // namespace
 }  // namespace k7mtest
