@@ -3,31 +3,41 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <string_view>
 
 #include "support/heap_watch.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   GTEST_FLAG_SET(break_on_failure, true);
+  // libFuzzer keeps the input of an abort but does not know of a breakpoint.
+  std::signal(SIGTRAP, [](int) { std::abort(); });
   return 0;
 }
 
-/// A file may ask for more than there is: that is an ordinary error and not the end of the program.
-extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
+/// A file may ask for more memory than there is: an ordinary error and not the end of the program.
+/// Blocks that are large are refused, because the sanitizer would touch all of them.
+extern "C" const char* __asan_default_options() {
+  return "allocator_may_return_null=1:max_allocation_size_mb=128:quarantine_size_mb=16";
+}
 
 namespace k7mfuzz {
 namespace {
 
 /// The largest buffer that a chunk map anywhere in the file asks for, in either form of its header.
 uint64_t LargestChunkMapBuffer(const Bytes& file) {
+  static constexpr std::string_view kType = "stsc";
   uint64_t largest = 0;
-  for (size_t i = 0; i + 4 <= file.Size(); ++i) {
-    if (file.NumberAt(i) != k7mtest::Code("stsc")) continue;
-    for (const size_t count : {i + 8, i + 16, i + 20}) {
+  for (auto found = file.begin();; ++found) {
+    found = std::search(found, file.end(), kType.begin(), kType.end());
+    if (found == file.end()) return largest;
+    const auto offset = static_cast<size_t>(found - file.begin());
+    for (const size_t count : {offset + 8, offset + 16, offset + 20}) {
       if (count + 4 > file.Size()) continue;
       largest = std::max(largest, file.NumberAt(count) * 12 & 0xFFFFFFFF);
     }
   }
-  return largest;
 }
 
 }  // namespace

@@ -316,6 +316,19 @@ TEST(K7RAppend, WithoutAVorpEntryNoSampleIsTaken) {
   EXPECT_TRUE(writer.IsGood());
 }
 
+TEST(K7RAppend, ATrackWithoutDefaultsForFragmentsTakesNoSample) {
+  Bytes file = Record(0).file;
+  const BoxPlace trex = PlaceOf(file, "moov/mvex/trex#2");
+  file.Patch(trex.offset + 12, 77);  // The track's id.
+  OpenedK7RWriter writer(file);
+  const auto tracks = writer.DescribedTracks();
+  writer.StartFragment();
+  writer.Add(tracks[0], Recording::kTimeOrigin);
+  EXPECT_EQ(writer.TryAdd(tracks[1], {.time = Recording::kTimeOrigin}),
+            kQiroK7MErrorNoTrackExtends + 0u);
+  EXPECT_FALSE(writer.IsGood());
+}
+
 TEST(K7RAppend, AFileMayBeContinuedAgainAndAgain) {
   Bytes file = Record(0).file;
   std::vector<uint64_t> numbers;
