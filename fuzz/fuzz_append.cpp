@@ -60,8 +60,9 @@ void ExpectTaken(const Bytes& file, const Taken& taken) {
   const auto tracks = reader.Tracks();
   for (size_t i = 0; i < tracks.size() && i < taken.size(); ++i) {
     std::vector<Bytes> found;
+    const bool isWhole = ReadTrack(reader, tracks[i], found);
     // A fragment that was kept may end its track; then there is nothing behind it.
-    if (!ReadTrack(reader, tracks[i], found)) continue;
+    if (!isWhole || reader.Warnings().Count(kQiroK7MWarningUnknownSampleDescription) != 0) continue;
     EXPECT_GE(found.size(), taken[i].size());
     if (found.size() < taken[i].size()) continue;
     const size_t first = found.size() - taken[i].size();
