@@ -353,6 +353,20 @@ TEST(K7RAppend, OpeningAndClosingChangesNothing) {
   }
 }
 
+TEST(K7RAppend, NoBoxThatIsOutOfPlaceIsWritten) {
+  // Tables where the defaults of fragments stand.
+  for (const char* code : {"stsc", "stts", "stsz", "ctts", "stco"}) {
+    SCOPED_TRACE(code);
+    Bytes file = Record(0).file;
+    const BoxPlace trex = PlaceOf(file, "moov/mvex/trex#2");
+    file.Patch(trex.offset + 4, Code(code)).Patch(trex.offset + 8, 0, 8);
+    const Bytes before = file.Slice(trex.offset, trex.size);
+    OpenedK7RWriter writer(file);
+    ASSERT_EQ(writer.Result(), 0u);
+    EXPECT_EQ(writer.Finish().Slice(trex.offset, trex.size), before);
+  }
+}
+
 TEST(K7RAppend, SamplesAreCountedFromTheFragmentsInTheFile) {
   const Recording recording = Record(2);
   OpenedK7RWriter writer(recording.file + FindBox(recording.file, "afra") +
