@@ -23,6 +23,7 @@ using k7mtest::Bytes;
 class Choices {
  public:
   Choices(const uint8_t* data, size_t size) : data_(data), left_(size) {}
+  bool IsEmpty() const { return left_ == 0; }
   uint8_t Byte() { return left_ == 0 ? 0 : data_[--left_]; }
   /// A number of up to `bits` bits, small ones as likely as large ones.
   uint64_t Number(unsigned bits = 64);
