@@ -279,7 +279,7 @@ void WriterSession::FinishAndJudge() {
   if (!isFinished || tracks_.empty()) return;  // A movie without tracks is none for the reader.
   OpenedReader reader(writer_.File());
   EXPECT_EQ(reader.Result(), 0u);
-  EXPECT_TRUE(reader.Warnings().Seen().empty());
+  EXPECT_EQ(reader.Warnings().Seen(), std::vector<QiroK7MError>());
   const auto tracks = reader.Tracks();
   for (QiroK7MTrack* track : tracks) k7mtest::MediaSamples(reader, track);
   if (faultIsOrdered_) return;  // A fragment that could not be written is lost.

@@ -152,7 +152,9 @@ K7M_API QiroK7MError QiroK7RWriterStartFragment(QiroK7RWriter* writer, uint64_t*
 /// @param track           required
 /// @param info            required
 /// @param data            `sampleSize` bytes; may be null for a gap. The writer keeps it until the
-///                        fragment is written, or releases it on failure and for a gap
+///                        fragment is written, or releases it on failure and for a gap. Where the
+///                        stream or memory fails when the sample was taken already, it is released
+///                        with the fragment
 /// @param isRandomAccess  any number but 0 gives the fragment's 'afra' an entry for the sample
 ///                        unless that is a gap
 /// @return #kQiroK7MErrorNoTimeOrigin before the 'vorp' description was added;
