@@ -134,6 +134,9 @@ void Writer::FlushWriter() {
     } else if (fragments_->IsOpen()) {
       WriteFragment();
     }
+  } else if (hasFailed_ && moovIsStale_ && !appendMode_) {
+    // A call that failed and left the writer good may have left the movie box half written.
+    RewriteMoov();
   }
 }
 
