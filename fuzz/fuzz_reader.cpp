@@ -30,8 +30,9 @@ void AskSample(QiroK7MSample* sample) {
   QiroK7MReleaseSample(sample);
 }
 
-/// Goes on behind failures: the tracks that did not fail have more samples.
-void AskSamples(QiroK7MError result, QiroK7MSampleIterator* iterator) {
+/// Goes on behind failures: the tracks that did not fail have more samples. The iterator is a
+/// reference because the call that sets it may be evaluated after the arguments.
+void AskSamples(QiroK7MError result, QiroK7MSampleIterator*& iterator) {
   EXPECT_EQ(result == 0, iterator != nullptr);
   if (result != 0) return;
   uint32_t hasMore = 1;
