@@ -73,10 +73,11 @@ K7M_API QiroK7MError QiroK7RDocCreateNew(const QiroK7MIOStreamCallBacks* callBac
 /// that tracks (#kQiroK7MErrorAppendAddTrack) and metadata (#kQiroK7MErrorAppendMetadata) are
 /// refused. QiroK7MWriterGetTracks() gives the tracks; each needs a description chosen with
 /// QiroK7MWriterSetSampleDescriptor(), or a new one, before its first sample
-/// (#kQiroK7MErrorNoSampleDescriptionChosen). A track that ends before the others, and a sample
-/// that comes later than its track's end, leave an empty edit; each takes two places in the edit
-/// list, whose length was fixed when the track was created. The 'afra' boxes that are written from
-/// now on deliberately carry time scale 0, and 0 for every time.
+/// (#kQiroK7MErrorNoSampleDescriptionChosen). The first sample of a track for which the 'mvex'
+/// holds no 'trex' fails with #kQiroK7MErrorNoTrackExtends. A track that ends before the others,
+/// and a sample that comes later than its track's end, leave an empty edit; each takes two places
+/// in the edit list, whose length was fixed when the track was created. The 'afra' boxes that are
+/// written from now on deliberately carry time scale 0, and 0 for every time.
 /// @param callBacks     the stream; required, with all its required callbacks. Copied
 /// @param reserved      not used; required
 /// @param allocator     required; its callbacks may be null and must otherwise outlive the writer
@@ -153,7 +154,9 @@ K7M_API QiroK7MError QiroK7RWriterStartFragment(QiroK7RWriter* writer, uint64_t*
 /// @param track           required
 /// @param info            required
 /// @param data            `sampleSize` bytes; may be null for a gap. The writer keeps it until the
-///                        fragment is written, or releases it on failure and for a gap
+///                        fragment is written, or releases it on failure and for a gap. Where the
+///                        stream or memory fails when the sample was taken already, it is released
+///                        with the fragment
 /// @param isRandomAccess  any number but 0 gives the fragment's 'afra' an entry for the sample
 ///                        unless that is a gap
 /// @return #kQiroK7MErrorNoTimeOrigin before the 'vorp' description was added;

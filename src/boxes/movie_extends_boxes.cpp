@@ -50,6 +50,12 @@ void MvexBox::SetDuration(uint64_t duration) {
   }
 }
 
+void MvexBox::UpdateDuration() {
+  if (mehd_ != nullptr) {
+    mehd_->UpdateExtensionBox();
+  }
+}
+
 void MehdBox::ReadExtensionPayloadData() {
   const bool isWide = GetVersion() == 1;
   ThrowIf(!CanRead(isWide ? sizeof(uint64_t) : sizeof(uint32_t)), kQiroK7MErrorBoxTruncated);

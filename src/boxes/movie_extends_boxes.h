@@ -81,6 +81,8 @@ class MvexBox final : public Box {
   TrexBox* GetDefaultsForTrack(uint32_t trackId) const;
   /// Does nothing without an 'mehd'.
   void SetDuration(uint64_t duration);
+  /// Writes the 'mehd' in its place and touches no other box.
+  void UpdateDuration();
 
  private:
   /// In the order of the track ids; of several for one track only the first.

@@ -109,7 +109,7 @@ void Writer::RewriteReadMoov() {
     trak->GetElstBox()->UpdateExtensionBox();
     trak->GetStsdBox()->UpdateExtensionBox();
   }
-  mvex_->UpdateBox();
+  mvex_->UpdateDuration();
 }
 
 K7RWriter::K7RWriter(std::unique_ptr<QiroK7MStream> stream, uint64_t keepLimit,

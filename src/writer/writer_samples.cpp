@@ -48,6 +48,9 @@ void Writer::AddSampleFrom(const Time& origin, uint32_t trackId, Sample& sample,
   const uint64_t decodeTime = sample.GetInfo().timeStamp - start;
   timeline.CheckDecodeTime(decodeTime);
   if (!timeline.firstSampleSeen) {
+    // A file that is continued may lack it; with a fragment of the track it could not be read.
+    ThrowIf(appendMode_ && mvex_->GetDefaultsForTrack(trackId) == nullptr,
+            kQiroK7MErrorNoTrackExtends);
     timeline.StartAt(decodeTime, sample.IsGap());
   }
   if (sample.IsGap()) {
@@ -134,6 +137,9 @@ void Writer::FlushWriter() {
     } else if (fragments_->IsOpen()) {
       WriteFragment();
     }
+  } else if (hasFailed_ && moovIsStale_ && !appendMode_) {
+    // A call that failed and left the writer good may have left the movie box half written.
+    RewriteMoov();
   }
 }
 

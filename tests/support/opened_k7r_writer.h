@@ -69,7 +69,7 @@ class OpenedK7RWriter : public OpenedWriter {
 
   OpenedK7RWriter(const Bytes& file, uint64_t keepLimit, std::unique_ptr<uint64_t> lastFragment);
   QiroK7MDataBuffer* Keep(const Bytes& data);
-  QiroK7MError Judge(QiroK7MError result) const;
+  QiroK7MError Judge(QiroK7MError result);
 
   uint64_t lastFragment_ = kNotTold;
   std::vector<std::unique_ptr<CountedBuffer>> buffers_;

@@ -141,6 +141,22 @@ TEST(HarmlessFailures, TheIndexOfAFragmentedDocumentIsNoRemains) {
   EXPECT_EQ(NumberIn(file, "mfra/mfro", 12), file.Size() - size);
 }
 
+TEST(HarmlessFailures, AMovieBoxThatFailedToBeClosedIsWrittenLater) {
+  QiroK7MDocInfo info = DocInfoOf(1000);
+  info.isFragmented = 1;
+  for (const uint64_t n : {uint64_t{1}, uint64_t{5}, uint64_t{20}}) {
+    SCOPED_TRACE(n);
+    OpenedWriter writer(info);
+    writer.AddDescribedTrack();
+    writer.Stream().FailNth(Call::kWrite, n, kHarmless);
+    EXPECT_EQ(writer.TryAddFullBox("abcd", 0, 0, Pattern(50)), kHarmless);
+    EXPECT_EQ(writer.TryAddFullBox("abcd", 0, 0, Pattern(50)), 0u);
+    const Bytes file = writer.Finish();
+    EXPECT_EQ(NumberIn(file, "moov/mvex/trex", 12), 1u);
+    EXPECT_EQ(OpenResult(file), 0u);
+  }
+}
+
 TEST(HarmlessFailures, NothingIsCutOffWhenNothingIsLeftBehind) {
   OpenedWriter writer;
   QiroK7MTrack* track = writer.AddDescribedTrack();

@@ -316,6 +316,19 @@ TEST(K7RAppend, WithoutAVorpEntryNoSampleIsTaken) {
   EXPECT_TRUE(writer.IsGood());
 }
 
+TEST(K7RAppend, ATrackWithoutDefaultsForFragmentsTakesNoSample) {
+  Bytes file = Record(0).file;
+  const BoxPlace trex = PlaceOf(file, "moov/mvex/trex#2");
+  file.Patch(trex.offset + 12, 77);  // The track's id.
+  OpenedK7RWriter writer(file);
+  const auto tracks = writer.DescribedTracks();
+  writer.StartFragment();
+  writer.Add(tracks[0], Recording::kTimeOrigin);
+  EXPECT_EQ(writer.TryAdd(tracks[1], {.time = Recording::kTimeOrigin}),
+            kQiroK7MErrorNoTrackExtends + 0u);
+  EXPECT_FALSE(writer.IsGood());
+}
+
 TEST(K7RAppend, AFileMayBeContinuedAgainAndAgain) {
   Bytes file = Record(0).file;
   std::vector<uint64_t> numbers;
@@ -337,6 +350,20 @@ TEST(K7RAppend, OpeningAndClosingChangesNothing) {
     ASSERT_EQ(writer.Result(), 0u);
     EXPECT_EQ(writer.File(), file);
     EXPECT_EQ(writer.Finish(), file);
+  }
+}
+
+TEST(K7RAppend, NoBoxThatIsOutOfPlaceIsWritten) {
+  // Tables where the defaults of fragments stand.
+  for (const char* code : {"stsc", "stts", "stsz", "ctts", "stco"}) {
+    SCOPED_TRACE(code);
+    Bytes file = Record(0).file;
+    const BoxPlace trex = PlaceOf(file, "moov/mvex/trex#2");
+    file.Patch(trex.offset + 4, Code(code)).Patch(trex.offset + 8, 0, 8);
+    const Bytes before = file.Slice(trex.offset, trex.size);
+    OpenedK7RWriter writer(file);
+    ASSERT_EQ(writer.Result(), 0u);
+    EXPECT_EQ(writer.Finish().Slice(trex.offset, trex.size), before);
   }
 }
 
