@@ -1,0 +1,126 @@
+// Reads every sample through the library, as a player would.
+#include <chrono>
+
+#include "document.h"
+#include "media_time.h"
+#include "messages.h"
+#include "verify_checks.h"
+
+namespace qiro::k7m::tool {
+namespace {
+
+constexpr Rule kRefused = {Severity::kError, "not-readable",
+                           "programs built on this library refuse the file or end there"};
+constexpr Rule kUnreadable = {Severity::kError, "sample-unreadable",
+                              "playing stops or shows garbage there"};
+constexpr Rule kNotRead = {Severity::kWarning, "samples-not-read",
+                           "counts or sizes in the file are far too large, or it was not read to "
+                           "its end in good time"};
+constexpr Rule kTooLarge = {Severity::kInfo, "sample-too-large",
+                            "its place has been checked; its bytes have not been read"};
+
+constexpr uint32_t kLargestSample = 64u << 20;
+// Samples of several tracks may share bytes; a file that asks for more than that lies.
+constexpr uint64_t kReadsOfAByte = 4;
+// A sound file needs a fraction of that; what takes longer was made to take long.
+constexpr double kSecondsAtLeast = 4;
+constexpr double kBytesASecond = 4e6;
+
+class SampleReading {
+ public:
+  SampleReading(const Document& document, Findings* findings)
+      : document_(document),
+        findings_(*findings),
+        bytesLeft_(kReadsOfAByte * document.File().Length()),
+        samplesLeft_(document.File().Length()),
+        failuresLeft_(document.Tracks().size() + 1),
+        end_(std::chrono::steady_clock::now() +
+             std::chrono::milliseconds(static_cast<int64_t>(
+                 1000 * (kSecondsAtLeast +
+                         static_cast<double>(document.File().Length()) / kBytesASecond)))),
+        progress_(document.File().Length(), Unit::kBytes) {}
+
+  void Run() {
+    std::vector<QiroK7MTrack*> handles;
+    for (const Track& track : document_.Tracks()) handles.push_back(track.handle);
+    SampleWalk walk = WalkMediaSamples(document_, handles);
+    // A track that fails ends there; the others go on.
+    while (failuresLeft_ > 0 && Step(&walk)) {
+    }
+  }
+
+ private:
+  bool Step(SampleWalk* walk) {
+    QiroK7MSampleInfo info;
+    SampleHandle sample;
+    try {
+      sample = walk->Next(&info);
+    } catch (const Failure& failure) {
+      --failuresLeft_;
+      findings_.Add(kRefused, nullptr, 0, [&] { return std::string(failure.what()); });
+      return true;
+    }
+    return sample && HasBudgetFor(info) && Read(sample.get(), info);
+  }
+
+  bool HasBudgetFor(const QiroK7MSampleInfo& info) {
+    const bool isLate = ++count_ % 64 == 0 && std::chrono::steady_clock::now() > end_;
+    if (!isLate && info.sampleSize <= bytesLeft_ && samplesLeft_ > 0) {
+      bytesLeft_ -= info.sampleSize;
+      --samplesLeft_;
+      return true;
+    }
+    findings_.Add(kNotRead, nullptr, 0, [&] {
+      return "given up behind " + std::to_string(count_ - 1) + " samples";
+    });
+    return false;
+  }
+
+  bool Read(QiroK7MSample* sample, const QiroK7MSampleInfo& info) {
+    if (info.sampleSize > kLargestSample) {
+      findings_.Add(kTooLarge, nullptr, 0, [&] { return NameOf(sample, info); });
+      return true;
+    }
+    try {
+      CopySample(document_, sample, info, &buffer_);
+    } catch (const Failure& failure) {
+      findings_.Add(kUnreadable, nullptr, 0, [&] {
+        return NameOf(sample, info) + ": " + failure.what();
+      });
+    }
+    progress_.Advance(info.sampleSize);
+    return true;
+  }
+
+  std::string NameOf(QiroK7MSample* sample, const QiroK7MSampleInfo& info) const {
+    QiroK7MTrack* handle = nullptr;
+    document_.Check(QiroK7MSampleGetTrack(sample, &handle));
+    return "track " + std::to_string(document_.TrackByHandle(handle).number) + ", sample of " +
+           std::to_string(info.sampleSize) + " bytes at " +
+           SecondsText({info.timeStamp, info.timeScale}) + " s";
+  }
+
+  const Document& document_;
+  Findings& findings_;
+  uint64_t bytesLeft_;
+  uint64_t samplesLeft_;
+  uint64_t failuresLeft_;
+  std::chrono::steady_clock::time_point end_;
+  ProgressBar progress_;
+  uint64_t count_ = 0;
+  std::vector<uint8_t> buffer_;
+};
+
+}  // namespace
+
+void CheckReading(const std::string& path, Findings* findings) {
+  try {
+    // What the library warns of has been found already.
+    const Document document({.path = path, .isQuiet = true});
+    SampleReading(document, findings).Run();
+  } catch (const Failure& failure) {
+    findings->Add(kRefused, nullptr, 0, [&] { return std::string(failure.what()); });
+  }
+}
+
+}  // namespace qiro::k7m::tool
