@@ -14,7 +14,8 @@
 
 namespace qiro::k7m::tool {
 
-/// The work of a command; returns what the program answers. Results go to the output, everything else to the standard error.
+/// The work of a command; returns what the program answers. Results go to the output, everything
+/// else to the standard error.
 using Action = std::function<ExitCode(Output&)>;
 
 void AddInfoCommand(CLI::App& program, Action& chosen);

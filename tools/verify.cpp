@@ -16,7 +16,8 @@ VerifiedBox* FirstMovieBox(VerifiedBox* top) {
   return top;
 }
 
-void CheckBoxes(const std::string& path, Findings* findings) {
+// Fills the boxes of the tracks; false when there is no movie box.
+bool CheckBoxes(const std::string& path, Findings* findings, TrackBoxes* tracks) {
   FileStream stream(path);
   VerifiedFile file(&stream);
   BoxTree boxes(&file, findings);
@@ -31,12 +32,22 @@ void CheckBoxes(const std::string& path, Findings* findings) {
   CheckFragments(&all);
   CheckTimes(&all);
   CheckLayout(&all);
+  if (all.movie.moov == nullptr) return false;
+  tracks->moov = *all.movie.moov;
+  for (const VerifiedTrack& track : all.movie.tracks) {
+    tracks->traks.push_back(*track.trak);
+    tracks->traks.back().parent = &tracks->moov;
+  }
+  return true;
 }
 
 ExitCode RunVerify(const VerifyOptions& options, Output& out) {
   Findings findings;
-  CheckBoxes(options.path, &findings);
-  CheckReading(options.path, &findings);
+  TrackBoxes tracks;
+  // All memory of the one is given back before the other begins.
+  if (CheckBoxes(options.path, &findings, &tracks)) {
+    CheckReading(options.path, tracks, &findings);
+  }
   out.Write(options.asJson ? JsonText(VerifyJson(options.path, findings)) : VerifyText(findings));
   if (findings.Count(Severity::kError) > 0) return ExitCode::kFailed;
   return findings.Count(Severity::kWarning) > 0 ? ExitCode::kWarnings : ExitCode::kOk;

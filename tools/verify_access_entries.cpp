@@ -46,9 +46,8 @@ void AccessEntries::CheckGlobals(const VerifiedBox& afra, uint64_t place, bool h
   const uint32_t offsetWidth = entries_.stride - 8;
   const uint32_t idWidth = hasLongIds ? 4 : 2;
   const auto countPlace = static_cast<uint32_t>(place - afra.Payload());
-  const VerifiedTable globals =
-      OpenTable(&all_.file, &afra, countPlace, countPlace + 4, 8 + 2 * idWidth + 2 * offsetWidth,
-                &all_.findings);
+  const VerifiedTable globals = OpenTable(&all_.file, &afra, countPlace, countPlace + 4,
+                                          8 + 2 * idWidth + 2 * offsetWidth, &all_.findings);
   const uint64_t notThere = offsetWidth == 8 ? UINT64_MAX : UINT32_MAX;
   for (uint64_t i = 0; i < globals.count; ++i) {
     const uint64_t target = all_.file.At(globals.Place(i) + 8 + 2 * idWidth, offsetWidth);
@@ -57,8 +56,8 @@ void AccessEntries::CheckGlobals(const VerifiedBox& afra, uint64_t place, bool h
       continue;
     }
     all_.findings.Add(kNoFragment, &afra, globals.Place(i), [&] {
-      return "global entry " + std::to_string(i + 1) + " points at byte " +
-             std::to_string(target) + ", where no 'afra' begins";
+      return "global entry " + std::to_string(i + 1) + " points at byte " + std::to_string(target) +
+             ", where no 'afra' begins";
     });
   }
 }
@@ -71,9 +70,9 @@ void AccessEntries::Compare(const std::vector<VerifiedRun>& runs) {
   for (uint64_t i = 0; i < entries.count; ++i) {
     const uint64_t offset = all_.file.At(entries.Place(i) + 8, offsetWidth);
     const uint64_t target = entries.box->offset + offset;
-    auto start = std::lower_bound(
-        starts_.begin(), starts_.end(), target,
-        [](const SampleStart& a, uint64_t wanted) { return a.offset < wanted; });
+    auto start =
+        std::lower_bound(starts_.begin(), starts_.end(), target,
+                         [](const SampleStart& a, uint64_t wanted) { return a.offset < wanted; });
     const auto name = [&] {
       return "entry " + std::to_string(i + 1) + " points at byte " + std::to_string(target);
     };
@@ -115,8 +114,7 @@ void CheckSegmentIndex(const VerifiedBox& sidx, const std::vector<uint64_t>& top
   if (!HoldsFields(&sidx, head + 4, &all->findings)) return;
   // The number of entries has 16 bits; the 16 bits in front of it are 0.
   const VerifiedTable entries = OpenTable(&all->file, &sidx, head, head + 4, 12, &all->findings);
-  uint64_t target =
-      sidx.End() + all->file.At(sidx.Payload() + (isLong ? 20 : 16), isLong ? 8 : 4);
+  uint64_t target = sidx.End() + all->file.At(sidx.Payload() + (isLong ? 20 : 16), isLong ? 8 : 4);
   for (uint64_t i = 0; i < entries.count; ++i) {
     if (!std::binary_search(topLevelOffsets.begin(), topLevelOffsets.end(), target)) {
       all->findings.Add(kSegmentReference, &sidx, entries.Place(i), [&] {

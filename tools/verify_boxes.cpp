@@ -32,10 +32,10 @@ constexpr Rule kTrailingBytes = {
     "readers take them for a box of an unknown type; nothing can be appended behind them"};
 constexpr Rule kNesting = {Severity::kError, "box-nesting", "readers refuse the file"};
 
-constexpr std::array kContainers = {
-    FourCc("dinf"), FourCc("dref"), FourCc("edts"), FourCc("mdia"), FourCc("mfra"),
-    FourCc("minf"), FourCc("moof"), FourCc("moov"), FourCc("mvex"), FourCc("stbl"),
-    FourCc("traf"), FourCc("trak"), FourCc("tref")};
+constexpr std::array kContainers = {FourCc("dinf"), FourCc("dref"), FourCc("edts"), FourCc("mdia"),
+                                    FourCc("mfra"), FourCc("minf"), FourCc("moof"), FourCc("moov"),
+                                    FourCc("mvex"), FourCc("stbl"), FourCc("traf"), FourCc("trak"),
+                                    FourCc("tref")};
 
 bool IsPrintable(uint32_t type) {
   for (int shift = 0; shift < 32; shift += 8) {
@@ -182,8 +182,7 @@ bool BoxTree::FitsHeader(const VerifiedBox& box, uint64_t size, uint64_t end) {
   };
   if (size > room) {
     const bool isMedia = box.type == FourCc("mdat");
-    const Rule& rule =
-        box.parent != nullptr ? kPastParent : (isMedia ? kMediaPastEnd : kPastEnd);
+    const Rule& rule = box.parent != nullptr ? kPastParent : (isMedia ? kMediaPastEnd : kPastEnd);
     findings_.Add(rule, box.parent, box.offset, sizes);
   }
   if (size >= box.headerSize && room >= box.headerSize) return true;

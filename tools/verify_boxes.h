@@ -44,7 +44,8 @@ uint64_t CountChildren(const VerifiedBox& box, uint32_t type);
 /// Whether a file's boxes of this type are looked into.
 bool IsContainer(uint32_t type);
 
-/// Reads headers and keeps the boxes. A header that makes no sense ends the level that it stands on.
+/// Reads headers and keeps the boxes. A header that makes no sense ends the level that it stands
+/// on.
 class BoxTree {
  public:
   BoxTree(VerifiedFile* file, Findings* findings) : file_(*file), findings_(*findings) {}

@@ -2,6 +2,9 @@
 /// The checks of `k7m verify`. Each family stands in a file of its own.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "verify_boxes.h"
 #include "verify_extents.h"
 #include "verify_file.h"
@@ -38,7 +41,12 @@ void CheckTimes(Verification* all);
 void CheckFragments(Verification* all);
 /// Where the samples of all tracks lie, once all of them are known.
 void CheckLayout(Verification* all);
+/// The boxes of the tracks, for findings that come once the others are forgotten.
+struct TrackBoxes {
+  VerifiedBox moov;
+  std::vector<VerifiedBox> traks;  ///< In file order.
+};
 /// Reads every sample through the library.
-void CheckReading(const std::string& path, Findings* findings);
+void CheckReading(const std::string& path, const TrackBoxes& boxes, Findings* findings);
 
 }  // namespace qiro::k7m::tool

@@ -22,8 +22,8 @@ class ChunkWalk {
     for (uint64_t chunk = 0; chunk < tables_.chunks.count; ++chunk) {
       while (run + 1 < map.count && all_.file.U32At(map.Place(run + 1)) <= chunk + 1) ++run;
       if (run >= map.count || index_ >= tables_.sampleCount) return;
-      const uint64_t count = std::min<uint64_t>(all_.file.U32At(map.Place(run) + 4),
-                                                tables_.sampleCount - index_);
+      const uint64_t count =
+          std::min<uint64_t>(all_.file.U32At(map.Place(run) + 4), tables_.sampleCount - index_);
       Take(chunk, count);
     }
   }

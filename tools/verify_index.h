@@ -39,10 +39,15 @@ class SeekEntries {
   void CheckSize(const VerifiedBox& mfra);
   void CompareOne(const Entry& entry, const std::vector<VerifiedRun>& runs);
   void PointsAtNothing(const Entry& entry);
+  // Null when there is no such sample.
+  static const VerifiedRun* Find(const std::vector<VerifiedRun>& runs, uint32_t traf, uint32_t trun,
+                                 uint32_t sample);
+  bool IsKeyAt(const std::vector<VerifiedRun>& runs, uint32_t traf, uint32_t trun, uint32_t sample);
 
   Verification& all_;
   std::vector<Entry> entries_;
   size_t next_ = 0;
+  std::unordered_map<uint32_t, uint32_t> trafOfTrack_;  // The first one in the fragment.
 };
 
 /// The local entries of an 'afra' against the fragment behind it.

@@ -98,9 +98,9 @@ void LayoutChecks::CheckOverlaps() {
       furthest[1] = furthest[0];
       furthest[0] = {extent.end, extent.track};
     } else if (furthest[1].second == extent.track || extent.end > furthest[1].first) {
-      furthest[1] = {std::max(furthest[1].second == extent.track ? furthest[1].first : 0,
-                              extent.end),
-                     extent.track};
+      furthest[1] = {
+          std::max(furthest[1].second == extent.track ? furthest[1].first : 0, extent.end),
+          extent.track};
     }
   }
 }
@@ -153,8 +153,8 @@ void LayoutChecks::CheckDistanceInBytes() {
         extent.begin - last->end > kFarInBytes) {
       all_.findings.Add(kApartInBytes, TrackOf(extent).trak, extent.begin, [&] {
         return "its samples of second " + std::to_string(static_cast<int64_t>(second(extent))) +
-               " lie " + std::to_string(extent.begin - last->end) + " bytes behind those of track " +
-               std::to_string(last->track + 1);
+               " lie " + std::to_string(extent.begin - last->end) +
+               " bytes behind those of track " + std::to_string(last->track + 1);
       });
     }
     if (!isSameSecond || extent.end > last->end) last = &extent;

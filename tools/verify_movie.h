@@ -36,6 +36,8 @@ struct VerifiedTrack {
   VerifiedTable edits;
   uint64_t sampleCount = 0;    ///< Of the tables.
   uint64_t tableDuration = 0;  ///< Of 'stts'.
+  uint64_t shownFrom = 0;      ///< Composition time of the first sample to be shown.
+  uint64_t shownUntil = 0;     ///< Composition time at which the last one ends.
 };
 
 /// What 'trex' sets for the fragments of a track.

@@ -26,10 +26,20 @@ constexpr uint64_t kReadsOfAByte = 4;
 constexpr double kSecondsAtLeast = 4;
 constexpr double kBytesASecond = 4e6;
 
+std::string WithoutPath(const std::string& path, const Failure& failure) {
+  const std::string text = failure.what();
+  return text.rfind(path + ": ", 0) == 0 ? text.substr(path.size() + 2) : text;
+}
+
+void AddRefusal(const std::string& path, const Failure& failure, Findings* findings) {
+  findings->Add(kRefused, nullptr, 0, [&] { return WithoutPath(path, failure); });
+}
+
 class SampleReading {
  public:
-  SampleReading(const Document& document, Findings* findings)
+  SampleReading(const Document& document, const TrackBoxes& boxes, Findings* findings)
       : document_(document),
+        boxes_(boxes),
         findings_(*findings),
         bytesLeft_(kReadsOfAByte * document.File().Length()),
         samplesLeft_(document.File().Length()),
@@ -57,7 +67,7 @@ class SampleReading {
       sample = walk->Next(&info);
     } catch (const Failure& failure) {
       --failuresLeft_;
-      findings_.Add(kRefused, nullptr, 0, [&] { return std::string(failure.what()); });
+      AddRefusal(document_.File().Path(), failure, &findings_);
       return true;
     }
     return sample && HasBudgetFor(info) && Read(sample.get(), info);
@@ -65,42 +75,46 @@ class SampleReading {
 
   bool HasBudgetFor(const QiroK7MSampleInfo& info) {
     const bool isLate = ++count_ % 64 == 0 && std::chrono::steady_clock::now() > end_;
-    if (!isLate && info.sampleSize <= bytesLeft_ && samplesLeft_ > 0) {
-      bytesLeft_ -= info.sampleSize;
+    // A size beyond the file costs nothing: the sample is refused before it is read.
+    const uint64_t size = info.sampleSize > document_.File().Length() ? 0 : info.sampleSize;
+    if (!isLate && size <= bytesLeft_ && samplesLeft_ > 0) {
+      bytesLeft_ -= size;
       --samplesLeft_;
       return true;
     }
-    findings_.Add(kNotRead, nullptr, 0, [&] {
-      return "given up behind " + std::to_string(count_ - 1) + " samples";
-    });
+    findings_.Add(kNotRead, nullptr, 0,
+                  [&] { return "given up behind " + std::to_string(count_ - 1) + " samples"; });
     return false;
   }
 
   bool Read(QiroK7MSample* sample, const QiroK7MSampleInfo& info) {
+    QiroK7MTrack* handle = nullptr;
+    document_.Check(QiroK7MSampleGetTrack(sample, &handle));
+    const uint32_t index = document_.TrackByHandle(handle).number - 1;
+    const VerifiedBox* const trak = index < boxes_.traks.size() ? &boxes_.traks[index] : nullptr;
+    const uint64_t offset = trak == nullptr ? 0 : trak->offset;
     if (info.sampleSize > kLargestSample) {
-      findings_.Add(kTooLarge, nullptr, 0, [&] { return NameOf(sample, info); });
+      findings_.Add(kTooLarge, trak, offset, [&] { return NameOf(info); });
       return true;
     }
     try {
       CopySample(document_, sample, info, &buffer_);
     } catch (const Failure& failure) {
-      findings_.Add(kUnreadable, nullptr, 0, [&] {
-        return NameOf(sample, info) + ": " + failure.what();
+      findings_.Add(kUnreadable, trak, offset, [&] {
+        return NameOf(info) + ": " + WithoutPath(document_.File().Path(), failure);
       });
     }
     progress_.Advance(info.sampleSize);
     return true;
   }
 
-  std::string NameOf(QiroK7MSample* sample, const QiroK7MSampleInfo& info) const {
-    QiroK7MTrack* handle = nullptr;
-    document_.Check(QiroK7MSampleGetTrack(sample, &handle));
-    return "track " + std::to_string(document_.TrackByHandle(handle).number) + ", sample of " +
-           std::to_string(info.sampleSize) + " bytes at " +
+  static std::string NameOf(const QiroK7MSampleInfo& info) {
+    return "sample of " + std::to_string(info.sampleSize) + " bytes at " +
            SecondsText({info.timeStamp, info.timeScale}) + " s";
   }
 
   const Document& document_;
+  const TrackBoxes& boxes_;
   Findings& findings_;
   uint64_t bytesLeft_;
   uint64_t samplesLeft_;
@@ -113,13 +127,13 @@ class SampleReading {
 
 }  // namespace
 
-void CheckReading(const std::string& path, Findings* findings) {
+void CheckReading(const std::string& path, const TrackBoxes& boxes, Findings* findings) {
   try {
     // What the library warns of has been found already.
     const Document document({.path = path, .isQuiet = true});
-    SampleReading(document, findings).Run();
+    SampleReading(document, boxes, findings).Run();
   } catch (const Failure& failure) {
-    findings->Add(kRefused, nullptr, 0, [&] { return std::string(failure.what()); });
+    AddRefusal(path, failure, findings);
   }
 }
 

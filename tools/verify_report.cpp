@@ -16,8 +16,8 @@ std::string VerifyText(const Findings& findings) {
     const std::string head =
         SeverityText(group.rule->severity) + " " + group.rule->id + ": " + Printable(group.path);
     for (const Finding& finding : group.shown) {
-      text += head + " at byte " + std::to_string(finding.offset) + ": " +
-              Printable(finding.text) + "\n  " + group.rule->consequence + "\n";
+      text += head + " at byte " + std::to_string(finding.offset) + ": " + Printable(finding.text) +
+              "\n  " + group.rule->consequence + "\n";
     }
     if (group.foldedCount > 0) {
       text += head + ": " + std::to_string(group.foldedCount) + " more of these\n";

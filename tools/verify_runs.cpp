@@ -121,8 +121,7 @@ void FragmentReading::ReadTrackFragment(const VerifiedBox& traf, uint32_t number
 }
 
 // False: nothing can be said about the samples.
-bool FragmentReading::ReadHeader(const VerifiedBox& tfhd, Fragment* fragment,
-                                 VerifiedRun* common) {
+bool FragmentReading::ReadHeader(const VerifiedBox& tfhd, Fragment* fragment, VerifiedRun* common) {
   if (!HoldsFields(&tfhd, 8, &all_.findings)) return false;
   const uint32_t flags = all_.file.U32At(tfhd.Payload()) & 0xFFFFFF;
   common->trackId = all_.file.U32At(tfhd.Payload() + 4);
@@ -178,8 +177,7 @@ void FragmentReading::ReadStartTime(const VerifiedBox* tfdt, uint32_t trackIndex
   if (isLong && !HoldsFields(tfdt, 12, &all_.findings)) return;
   const uint64_t time = all_.file.At(tfdt->Payload() + 4, isLong ? 8 : 4);
   const uint64_t distance = time > end ? time - end : end - time;
-  const double seconds =
-      track.timeScale == 0 ? 0 : static_cast<double>(distance) / track.timeScale;
+  const double seconds = track.timeScale == 0 ? 0 : static_cast<double>(distance) / track.timeScale;
   if (hasBegun && seconds > kTimeTolerance) {
     all_.findings.Add(time > end ? kGap : kOverlap, tfdt, tfdt->offset, [&] {
       return "it begins " + NumberText(seconds) + " s " + (time > end ? "behind" : "before") +
@@ -245,15 +243,17 @@ void FragmentReading::Place(const VerifiedRun& run, uint32_t trackIndex) {
   if (run.count > 0 && end > all_.file.Length() && !track.hasMediaElsewhere) {
     all_.findings.Add(kSamplePastEnd, run.box, run.box->offset, [&] {
       return "its " + CountText(run.count, "sample") +
-             (run.begin > INT64_MAX ? std::string(" begin before the file")
-                                    : " run from byte " + std::to_string(run.begin) + " to " +
-                                          std::to_string(end) + ", the file has " +
-                                          std::to_string(all_.file.Length()));
+             (run.begin > INT64_MAX
+                  ? std::string(" begin before the file")
+                  : " run from byte " + std::to_string(run.begin) + " to " + std::to_string(end) +
+                        ", the file has " + std::to_string(all_.file.Length()));
     });
   }
   uint64_t& time = ends_[trackIndex];
   const double scale = track.timeScale == 0 ? 1 : track.timeScale;
-  Extent extent{.begin = run.begin, .end = end, .seconds = static_cast<double>(time) / scale,
+  Extent extent{.begin = run.begin,
+                .end = end,
+                .seconds = static_cast<double>(time) / scale,
                 .track = trackIndex};
   time = SumOf(time, run.duration);
   extent.endSeconds = static_cast<double>(time) / scale;

@@ -11,6 +11,8 @@ constexpr Rule kNoFragment = {Severity::kError, "tfra-moof",
                               "players that seek by the table read garbage"};
 constexpr Rule kNoSample = {Severity::kError, "tfra-sample",
                             "players that seek by the table do not find the sample"};
+constexpr Rule kNumbers = {Severity::kInfo, "tfra-numbers",
+                           "players that go by track and time find it, those that count do not"};
 constexpr Rule kNoKey = {Severity::kWarning, "tfra-key",
                          "the picture is broken after seeking until the next key sample"};
 constexpr Rule kSize = {Severity::kWarning, "mfro-size",
@@ -67,6 +69,12 @@ void SeekEntries::Sort() {
 }
 
 void SeekEntries::Compare(const VerifiedBox& moof, const std::vector<VerifiedRun>& runs) {
+  trafOfTrack_.clear();
+  if (next_ < entries_.size() && entries_[next_].moofOffset <= moof.offset) {
+    for (const VerifiedRun& run : runs) trafOfTrack_.emplace(run.trackId, run.traf);
+    // Written tables may hold no more than the low byte of the track ID.
+    for (const VerifiedRun& run : runs) trafOfTrack_.emplace(run.trackId & 0xFF, run.traf);
+  }
   for (; next_ < entries_.size() && entries_[next_].moofOffset <= moof.offset; ++next_) {
     if (entries_[next_].moofOffset == moof.offset) {
       CompareOne(entries_[next_], runs);
@@ -87,26 +95,47 @@ void SeekEntries::PointsAtNothing(const Entry& entry) {
   });
 }
 
+const VerifiedRun* SeekEntries::Find(const std::vector<VerifiedRun>& runs, uint32_t traf,
+                                     uint32_t trun, uint32_t sample) {
+  const auto run = std::lower_bound(
+      runs.begin(), runs.end(), std::make_tuple(traf, trun),
+      [](const VerifiedRun& a, auto wanted) { return std::make_tuple(a.traf, a.trun) < wanted; });
+  const bool isThere = run != runs.end() && run->traf == traf && run->trun == trun && sample >= 1 &&
+                       sample <= run->count;
+  return isThere ? &*run : nullptr;
+}
+
+bool SeekEntries::IsKeyAt(const std::vector<VerifiedRun>& runs, uint32_t traf, uint32_t trun,
+                          uint32_t sample) {
+  const VerifiedRun* const run = Find(runs, traf, trun, sample);
+  return run != nullptr && IsKey(*run, sample - 1, &all_.file);
+}
+
 void SeekEntries::CompareOne(const Entry& entry, const std::vector<VerifiedRun>& runs) {
   const auto name = [&] {
     return "sample " + std::to_string(entry.sample) + " of run " + std::to_string(entry.trun) +
            " of track fragment " + std::to_string(entry.traf) + " behind byte " +
            std::to_string(entry.moofOffset);
   };
-  const auto run = std::lower_bound(
-      runs.begin(), runs.end(), entry, [](const VerifiedRun& a, const Entry& wanted) {
-        return std::tie(a.traf, a.trun) < std::tie(wanted.traf, wanted.trun);
-      });
-  const bool isThere = run != runs.end() && run->traf == entry.traf && run->trun == entry.trun &&
-                       entry.sample >= 1 && entry.sample <= run->count;
-  // Written tables may hold no more than the low byte of the track ID.
-  if (!isThere || (run->trackId != entry.trackId && (run->trackId & 0xFF) != entry.trackId)) {
+  const auto traf = trafOfTrack_.find(entry.trackId);
+  const bool isOfTrack = traf != trafOfTrack_.end();
+  const bool isExact = isOfTrack && traf->second == entry.traf;
+  if (isExact && IsKeyAt(runs, entry.traf, entry.trun, entry.sample)) return;
+  // Writers differ in what they count: some take the number of the track or always 1 for that of
+  // the track fragment, some count the run that is still to come.
+  if (isOfTrack && (IsKeyAt(runs, traf->second, entry.trun, entry.sample) ||
+                    IsKeyAt(runs, traf->second, entry.trun - 1, entry.sample))) {
+    all_.findings.Add(kNumbers, entry.tfra, entry.place, [&] {
+      return name() + " is not the key sample of track ID " + std::to_string(entry.trackId) +
+             " that is meant";
+    });
+  } else if (isExact && Find(runs, entry.traf, entry.trun, entry.sample) != nullptr) {
+    all_.findings.Add(kNoKey, entry.tfra, entry.place,
+                      [&] { return name() + " is no key sample"; });
+  } else {
     all_.findings.Add(kNoSample, entry.tfra, entry.place, [&] {
       return "track ID " + std::to_string(entry.trackId) + " has no " + name();
     });
-  } else if (!IsKey(*run, entry.sample - 1, &all_.file)) {
-    all_.findings.Add(kNoKey, entry.tfra, entry.place,
-                      [&] { return name() + " is no key sample"; });
   }
 }
 

@@ -152,7 +152,9 @@ void CheckTopLevel(const VerifiedBox* first, Findings* findings) {
     if (box->type == FourCc("moov") && movie == nullptr) movie = box;
     if (box->type == FourCc("moof") && fragment == nullptr) fragment = box;
     if (box->type == FourCc("ftyp") && fileType == nullptr) fileType = box;
-    if (!IsContainer(box->type)) CheckPlace(*box, findings);
+    const bool isLookedInto =
+        box->type == FourCc("moov") || box->type == FourCc("moof") || box->type == FourCc("mfra");
+    if (!isLookedInto) CheckPlace(*box, findings);
     if (!IsPadding(box->type) && box->type != FourCc("ftyp") && content == nullptr) content = box;
   }
   if (movie == nullptr) {

@@ -196,11 +196,8 @@ void CheckTables(Verification* all) {
     VerifiedTrack& track = all->movie.tracks[i];
     if (track.stbl == nullptr) continue;
     const SampleTables tables = TableChecks(&track, all).Run();
-    CheckSampleTimes(tables, all);
+    CheckSampleTimes(tables, &track, all);
     CheckChunks(tables, i, all);
-    DecodeClock clock(&all->file, tables.times);
-    clock.Advance(tables.sampleCount);
-    track.tableDuration = clock.Now();
   }
 }
 

@@ -43,8 +43,8 @@ class DecodeClock {
   uint64_t now_ = 0;
 };
 
-/// Decode times that do not rise, and composition times before 0.
-void CheckSampleTimes(const SampleTables& tables, Verification* all);
+/// Decode times that do not rise, and composition times before 0. Fills the times of the track.
+void CheckSampleTimes(const SampleTables& tables, VerifiedTrack* track, Verification* all);
 /// Where the chunks put the samples of a track.
 void CheckChunks(const SampleTables& tables, uint32_t trackIndex, Verification* all);
 

@@ -19,7 +19,8 @@ constexpr Rule kEditTime = {Severity::kError, "edit-media-time",
 constexpr Rule kEditPastMedia = {Severity::kWarning, "edit-past-media",
                                  "players freeze or show nothing where there are no samples"};
 
-// Durations are rounded to the units of two scales, and encoders count the last sample as they like.
+// Durations are rounded to the units of two scales, and encoders count the last sample as they
+// like.
 constexpr double kTolerance = 0.1;
 
 double InSeconds(uint64_t value, uint32_t scale) {
@@ -41,29 +42,34 @@ class TrackTimes {
 
   void Check() {
     if (track_.timeScale == 0) return;
-    const double ofTables = InSeconds(track_.tableDuration, track_.timeScale);
     const bool isWhole = !isFragmented_ && track_.sampleCount > 0;
     if (isWhole && track_.mediaDuration) {
-      const double told = InSeconds(*track_.mediaDuration, track_.timeScale);
-      Compare(kMediaDuration, *track_.mdhd, told, ofTables, "the sample times");
+      CompareWithSamples(kMediaDuration, *track_.mdhd,
+                         InSeconds(*track_.mediaDuration, track_.timeScale));
     }
     if (movieScale_ == 0) return;
-    const double ofEdits = CheckEdits(isWhole ? ofTables : HUGE_VAL);
+    const double ofEdits =
+        CheckEdits(isWhole ? InSeconds(track_.shownUntil, track_.timeScale) : HUGE_VAL);
     if (!track_.duration || (isFragmented_ && (*track_.duration == 0 || ofEdits == 0))) return;
     const double told = InSeconds(*track_.duration, movieScale_);
-    if (track_.edits.count > 0) {
-      Compare(kTrackDuration, *track_.tkhd, told, ofEdits, "the edit list");
-    } else if (isWhole) {
-      Compare(kTrackDuration, *track_.tkhd, told, ofTables, "the sample times");
-    }
+    if (track_.edits.count == 0 && isWhole) CompareWithSamples(kTrackDuration, *track_.tkhd, told);
+    if (track_.edits.count == 0 || !Differ(told, ofEdits)) return;
+    findings_.Add(kTrackDuration, track_.tkhd, track_.tkhd->offset, [&] {
+      return "it says " + SecondsOf(told) + ", the edit list " + SecondsOf(ofEdits);
+    });
   }
 
  private:
-  void Compare(const Rule& rule, const VerifiedBox& box, double told, double found,
-               const char* what) {
-    if (!Differ(told, found)) return;
+  // Some writers count from the first sample decoded, some from the first one shown, and to the end
+  // of either.
+  void CompareWithSamples(const Rule& rule, const VerifiedBox& box, double told) {
+    const double decoded = InSeconds(track_.tableDuration, track_.timeScale);
+    const double longest = InSeconds(track_.shownUntil, track_.timeScale);
+    const double shortest =
+        std::min(decoded, longest - InSeconds(track_.shownFrom, track_.timeScale));
+    if (told > shortest - kTolerance && told < longest + kTolerance) return;
     findings_.Add(rule, &box, box.offset, [&] {
-      return "it says " + SecondsOf(told) + ", " + what + " " + SecondsOf(found);
+      return "it says " + SecondsOf(told) + ", the sample times " + SecondsOf(decoded);
     });
   }
 
