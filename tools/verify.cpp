@@ -37,6 +37,7 @@ bool CheckBoxes(const std::string& path, Findings* findings, TrackBoxes* tracks)
   for (const VerifiedTrack& track : all.movie.tracks) {
     tracks->traks.push_back(*track.trak);
     tracks->traks.back().parent = &tracks->moov;
+    tracks->isElsewhere.push_back(track.hasMediaElsewhere);
   }
   return true;
 }

@@ -45,6 +45,7 @@ void CheckLayout(Verification* all);
 struct TrackBoxes {
   VerifiedBox moov;
   std::vector<VerifiedBox> traks;  ///< In file order.
+  std::vector<bool> isElsewhere;   ///< For each track: its samples are in another file.
 };
 /// Reads every sample through the library.
 void CheckReading(const std::string& path, const TrackBoxes& boxes, Findings* findings);

@@ -12,6 +12,12 @@ constexpr uint64_t kBlockSize = uint64_t{1} << kBlockBits;
 
 uint64_t VerifiedFile::At(uint64_t offset, unsigned size) {
   uint64_t number = 0;
+  const uint64_t inBlock = offset & (kBlockSize - 1);
+  if (recent_->number == offset >> kBlockBits && inBlock + size <= recent_->size) {
+    const uint8_t* const bytes = recent_->bytes.data() + inBlock;
+    for (unsigned i = 0; i < size; ++i) number = number << 8 | bytes[i];
+    return number;
+  }
   for (unsigned i = 0; i < size; ++i) {
     const uint64_t position = offset + i;
     uint8_t byte = 0;

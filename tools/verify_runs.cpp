@@ -133,6 +133,7 @@ bool FragmentReading::ReadHeader(const VerifiedBox& tfhd, Fragment* fragment, Ve
   if (defaults == all_.movie.defaultsOfId.end()) {
     all_.findings.Add(kNoDefaults, &tfhd, tfhd.offset,
                       [&] { return "no 'trex' box in the movie box for " + name(); });
+    common->defaults.description = 1;  // One finding is enough.
   } else {
     common->defaults = defaults->second;
   }

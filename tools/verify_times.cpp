@@ -42,7 +42,7 @@ class TrackTimes {
 
   void Check() {
     if (track_.timeScale == 0) return;
-    const bool isWhole = !isFragmented_ && track_.sampleCount > 0;
+    const bool isWhole = !isFragmented_ && track_.sampleCount > 0 && track_.tableDuration > 0;
     if (isWhole && track_.mediaDuration) {
       CompareWithSamples(kMediaDuration, *track_.mdhd,
                          InSeconds(*track_.mediaDuration, track_.timeScale));
