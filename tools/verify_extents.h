@@ -2,6 +2,7 @@
 /// Stretches of sample data in a file.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -14,6 +15,9 @@ struct Extent {
   double seconds = 0;     ///< Decode time of the first sample.
   double endSeconds = 0;  ///< Decode time behind the last one.
   uint32_t track = 0;     ///< Index in the movie.
+
+  /// The whole second in which the first sample is decoded.
+  int64_t Second() const { return static_cast<int64_t>(std::min(seconds, 1e15)); }
 };
 
 /// Keeps as many as memory allows.

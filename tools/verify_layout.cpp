@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <array>
 #include <set>
-#include <tuple>
 #include <utility>
 
 #include "text_format.h"
@@ -140,21 +139,19 @@ void LayoutChecks::CheckDistanceInTime() {
 }
 
 void LayoutChecks::CheckDistanceInBytes() {
-  const auto second = [](const Extent& extent) { return std::min(extent.seconds, 1e15); };
-  std::sort(extents_.begin(), extents_.end(), [&](const Extent& a, const Extent& b) {
-    return std::make_tuple(static_cast<int64_t>(second(a)), a.begin) <
-           std::make_tuple(static_cast<int64_t>(second(b)), b.begin);
+  if (all_.file.Length() <= kFarInBytes) return;
+  std::sort(extents_.begin(), extents_.end(), [](const Extent& a, const Extent& b) {
+    return a.Second() != b.Second() ? a.Second() < b.Second() : a.begin < b.begin;
   });
   const Extent* last = nullptr;  // Of the same second, the one that ends last.
   for (const Extent& extent : extents_) {
-    const bool isSameSecond = last != nullptr && static_cast<int64_t>(second(*last)) ==
-                                                     static_cast<int64_t>(second(extent));
+    const bool isSameSecond = last != nullptr && last->Second() == extent.Second();
     if (isSameSecond && last->track != extent.track && extent.begin > last->end &&
         extent.begin - last->end > kFarInBytes) {
       all_.findings.Add(kApartInBytes, TrackOf(extent).trak, extent.begin, [&] {
-        return "its samples of second " + std::to_string(static_cast<int64_t>(second(extent))) +
-               " lie " + std::to_string(extent.begin - last->end) +
-               " bytes behind those of track " + std::to_string(last->track + 1);
+        return "its samples of second " + std::to_string(extent.Second()) + " lie " +
+               std::to_string(extent.begin - last->end) + " bytes behind those of track " +
+               std::to_string(last->track + 1);
       });
     }
     if (!isSameSecond || extent.end > last->end) last = &extent;
