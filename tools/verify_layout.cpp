@@ -37,20 +37,24 @@ class LayoutChecks {
     std::sort(extents_.begin(), extents_.end(),
               [](const Extent& a, const Extent& b) { return a.begin < b.begin; });
     CheckMedia();
-    // Hint samples hold the samples of other tracks, so they say nothing new.
-    extents_.erase(
-        std::remove_if(extents_.begin(), extents_.end(),
-                       [&](const Extent& extent) { return TrackOf(extent).handler == kHint; }),
-        extents_.end());
+    // Hint samples hold the samples of other tracks.
+    Keep([&](uint32_t handler) { return handler != FourCc("hint"); });
     CheckOverlaps();
+    // Subtitles and the like are small and may be read at any time.
+    Keep([&](uint32_t handler) { return handler == FourCc("vide") || handler == FourCc("soun"); });
     CheckDistanceInTime();
     CheckDistanceInBytes();
   }
 
  private:
-  static constexpr uint32_t kHint = FourCc("hint");
-
   const VerifiedTrack& TrackOf(const Extent& extent) const { return movie_.tracks[extent.track]; }
+  template <class Wanted>
+  void Keep(const Wanted& isWanted) {
+    const auto end = std::remove_if(extents_.begin(), extents_.end(), [&](const Extent& extent) {
+      return !isWanted(TrackOf(extent).handler);
+    });
+    extents_.erase(end, extents_.end());
+  }
   void CheckMedia();
   void CheckOverlaps();
   void CheckDistanceInTime();

@@ -30,10 +30,10 @@ Bytes WithFarSound(uint32_t distance) {
 }
 
 // A chunk with so many seconds of pictures, and then one with the sound.
-Bytes WithLongChunks(size_t seconds) {
+Bytes WithLongChunks(size_t seconds, const char* handler = "soun") {
   Movie movie;
   movie.tracks.resize(2);
-  movie.tracks[1].handler = "soun";
+  movie.tracks[1].handler = handler;
   for (Track& track : movie.tracks) {
     track.samples = SomeSamples(seconds, 1000);
     track.samplesPerChunk = static_cast<uint32_t>(seconds);
@@ -61,6 +61,7 @@ INSTANTIATE_TEST_SUITE_P(Verify, BrokenLayout, testing::ValuesIn(kBrokenLayouts)
 
 TEST(VerifyLayout, NearIsNotFar) {
   EXPECT_EQ(Verify(WithLongChunks(10)).exitCode, 0);
+  EXPECT_EQ(Verify(WithLongChunks(30, "text")).exitCode, 0);
   EXPECT_EQ(Verify(WithFarSound(9'900'000)).exitCode, 0);
 }
 
