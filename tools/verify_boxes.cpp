@@ -13,6 +13,8 @@ namespace {
 
 constexpr uint64_t kHeaderSize = 8;
 constexpr uint32_t kDeepestLevel = 32;
+// Enough for some ten thousand tracks.
+constexpr uint64_t kMostBoxes = 250'000;
 // The end of an extended type that stands for the code in front of it.
 constexpr uint64_t kOrdinaryUuidMiddle = 0x00110010;
 constexpr uint64_t kOrdinaryUuidEnd = 0x800000AA00389B71;
@@ -148,6 +150,12 @@ VerifiedBox* BoxTree::ReadBox(VerifiedBox* parent, uint64_t offset, uint64_t end
   VerifiedBox box;
   box.offset = offset;
   box.parent = parent;
+  if (parent != nullptr && ++insideCount_ > kMostBoxes) {
+    findings_.Add(kTooManyBoxes, parent, offset, [] {
+      return "more than " + std::to_string(kMostBoxes) + " boxes; the others are passed over";
+    });
+    return nullptr;
+  }
   uint64_t size = file_.U32At(offset);
   box.type = file_.U32At(offset + 4);
   if (parent == nullptr && !IsPrintable(box.type)) {

@@ -34,6 +34,11 @@ struct VerifiedBox {
   uint64_t End() const { return offset + size; }
 };
 
+/// Broken by a box of the top level with more boxes inside than memory should be given to.
+inline constexpr Rule kTooManyBoxes = {
+    Severity::kError, "box-count",
+    "readers run out of memory or time; the samples have not been read"};
+
 /// "moov/trak[2]/mdia/minf/stbl/stsz"; "file" for null.
 std::string PathOf(const VerifiedBox* box);
 /// "'stsz'", with other characters than printable ones as \xNN.
@@ -54,7 +59,7 @@ class BoxTree {
 
   /// The boxes of the top level, without their children.
   VerifiedBox* ReadTopLevel();
-  /// Adds all boxes inside a box of the top level. They belong to this tree.
+  /// Adds all boxes inside a box of the top level, up to a limit. They belong to this tree.
   void ReadInside(VerifiedBox* top);
 
  private:
@@ -65,6 +70,7 @@ class BoxTree {
   VerifiedFile& file_;
   Findings& findings_;
   std::deque<VerifiedBox> boxes_;  // Their addresses stay.
+  uint64_t insideCount_ = 0;       // Of the boxes below the top level.
 };
 
 }  // namespace qiro::k7m::tool

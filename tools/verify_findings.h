@@ -48,6 +48,7 @@ class Findings {
     if (FindingGroup* group = Admit(rule, box)) group->shown.push_back({offset, makeText()});
   }
 
+  bool Has(const Rule& rule) const { return rules_.count(&rule) != 0; }
   uint64_t Count(Severity severity) const { return counts_[static_cast<size_t>(severity)]; }
   /// The worst first, then in file order.
   std::vector<FindingGroup> Sorted() const;

@@ -119,12 +119,14 @@ TEST(VerifyBounds, BoxesWithoutEnd) {
   Movie movie = SmallMovie();
   ExpectBounded(BuildMovie(movie).bytes + boxes + Bytes{1, 2, 3});
   movie.moreInMoov = boxes + Bytes{1, 2, 3};
-  ExpectBounded(BuildMovie(movie).bytes);
+  const Bytes file = BuildMovie(movie).bytes;
+  ExpectBounded(file);
+  EXPECT_EQ(Verify(file).Finding("box-count")["path"], "moov");
 }
 
 TEST(VerifyBounds, TracksWithoutEnd) {
   Movie movie = SmallMovie();
-  for (int i = 0; i < 100000; ++i) movie.moreInMoov.Append(Box("trak", Box("mdia", Box("minf"))));
+  for (int i = 0; i < 100000; ++i) movie.moreInMoov.Append(Box("trak", Box("mdia")));
   ExpectBounded(BuildMovie(movie).bytes);
   Movie sound;
   sound.tracks.resize(6000, Track{.samples = SomeSamples(2)});
@@ -140,6 +142,16 @@ TEST(VerifyBounds, RunsWithoutEnd) {
   const Bytes head = BuildMovie(SmallFragmentedMovie()).bytes;
   ExpectBounded(head + Box("moof", FullBox("mfhd", 0, 0, Mfhd{}),
                            Box("traf", FullBox("tfhd", 0, 0, Tfhd{}), runs)));
+}
+
+TEST(VerifyBounds, FragmentsWithoutEnd) {
+  Bytes fragments;
+  for (int i = 0; i < 60000; ++i) {
+    fragments.Append(Box("moof", FullBox("mfhd", 0, 0, Mfhd{}),
+                         Box("traf", FullBox("tfhd", 0, 0, Tfhd{}), FullBox("trun", 0, 0, Trun{}),
+                             FullBox("trun", 0, 0, Trun{}))));
+  }
+  ExpectBounded(BuildMovie(SmallFragmentedMovie()).bytes + fragments);
 }
 
 // Every entry points at the same large fragment.
