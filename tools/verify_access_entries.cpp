@@ -50,7 +50,7 @@ void AccessEntries::CheckGlobals(const VerifiedBox& afra, uint64_t place, bool h
                                           8 + 2 * idWidth + 2 * offsetWidth, &all_.findings);
   const uint64_t notThere = offsetWidth == 8 ? UINT64_MAX : UINT32_MAX;
   for (uint64_t i = 0; i < globals.count; ++i) {
-    const uint64_t target = all_.file.At(globals.Place(i) + 8 + 2 * idWidth, offsetWidth);
+    const uint64_t target = all_.file.At(globals.Place(i) + 8 + uint64_t{2} * idWidth, offsetWidth);
     if (target == notThere ||
         std::binary_search(afraOffsets_.begin(), afraOffsets_.end(), target)) {
       continue;
