@@ -7,14 +7,16 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <type_traits>
 
 #include "document.h"
 #include "output.h"
 
 namespace qiro::k7m::tool {
 
-/// The work of a command. Results go to the output, everything else to the standard error.
-using Action = std::function<void(Output&)>;
+/// The work of a command; returns what the program answers. Results go to the output, everything
+/// else to the standard error.
+using Action = std::function<ExitCode(Output&)>;
 
 void AddInfoCommand(CLI::App& program, Action& chosen);
 void AddTreeCommand(CLI::App& program, Action& chosen);
@@ -26,18 +28,28 @@ void AddQueryCommand(CLI::App& program, Action& chosen);
 void AddFragmentCommand(CLI::App& program, Action& chosen);
 void AddRepairCommand(CLI::App& program, Action& chosen);
 void AddAppendCommand(CLI::App& program, Action& chosen);
+void AddVerifyCommand(CLI::App& program, Action& chosen);
 
 /// Adds a command whose options are kept in an `Options` record, and has `run` chosen when the user
 /// names it.
+/// @param run      returns an exit code, or nothing where every end but a failure is a success
 /// @param example  a command line, shown at the end of the command's help
-template <class Options>
+template <class Options, class Result>
 CLI::App* AddCommand(CLI::App& program, const std::string& name, const std::string& purpose,
                      const std::string& example, const std::shared_ptr<Options>& options,
-                     void (*run)(const Options&, Output&), Action& chosen) {
+                     Result (*run)(const Options&, Output&), Action& chosen) {
   CLI::App* command = program.add_subcommand(name, purpose);
   command->footer("Example:\n  " + example);
-  command->callback(
-      [options, run, &chosen] { chosen = [options, run](Output& out) { run(*options, out); }; });
+  command->callback([options, run, &chosen] {
+    chosen = [options, run](Output& out) {
+      if constexpr (std::is_void_v<Result>) {
+        run(*options, out);
+        return ExitCode::kOk;
+      } else {
+        return run(*options, out);
+      }
+    };
+  });
   return command;
 }
 

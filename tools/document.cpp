@@ -5,7 +5,7 @@
 namespace qiro::k7m::tool {
 
 Document::Document(const InputOptions& options)
-    : file_(options.path), warnings_(options.path, options.isStrict) {
+    : file_(options.path), warnings_(options.path, options.isStrict, options.isQuiet) {
   const QiroK7MIStreamCallBacks stream = file_.CallBacks();
   const QiroK7MWarningHandlerCallBacks warning = warnings_.CallBacks();
   const QiroK7MAllocatorCallBacks allocator;

@@ -46,6 +46,7 @@ struct Track {
 struct InputOptions {
   std::string path;
   bool isStrict = false;  ///< A warning ends the command.
+  bool isQuiet = false;   ///< Warnings are not shown.
 };
 
 /// A document that is open for reading. Every failure is thrown with the file's name. In a

@@ -13,8 +13,9 @@ namespace qiro::k7m::tool {
 /// What the program answers to the shell.
 enum class ExitCode {
   kOk = 0,
-  kFailed = 1,  ///< The file, the system or the library refused.
-  kUsage = 2,   ///< The command line makes no sense.
+  kFailed = 1,    ///< The file, the system or the library refused.
+  kUsage = 2,     ///< The command line makes no sense.
+  kWarnings = 3,  ///< Nothing failed, but there is something to be warned of.
 };
 
 /// Ends the command with a message. The message is complete but for the leading program name.

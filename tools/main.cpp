@@ -32,13 +32,17 @@ Action ChooseAction(int argumentCount, char** arguments) {
   AddFragmentCommand(program, chosen);
   AddRepairCommand(program, chosen);
   AddAppendCommand(program, chosen);
+  AddVerifyCommand(program, chosen);
   try {
     program.parse(argumentCount, arguments);
   } catch (const CLI::ParseError& end) {
     std::ostringstream text;
     std::ostringstream problem;
     if (program.exit(end, text, problem) == 0) {
-      return [result = text.str()](Output& out) { out.Write(result); };
+      return [result = text.str()](Output& out) {
+        out.Write(result);
+        return ExitCode::kOk;
+      };
     }
     throw UsageFailure(end.what());
   }
@@ -58,8 +62,7 @@ void FlushBeforeMessage(Output& out) {
 
 ExitCode Run(int argumentCount, char** arguments, Output& out) {
   try {
-    ChooseAction(argumentCount, arguments)(out);
-    return ExitCode::kOk;
+    return ChooseAction(argumentCount, arguments)(out);
   } catch (const Failure& failure) {
     FlushBeforeMessage(out);
     PrintMessage(failure.what());

@@ -12,7 +12,8 @@ constexpr uint64_t kShownOfEachKind = 5;
 
 }  // namespace
 
-Warnings::Warnings(std::string path, bool isStrict) : path_(std::move(path)), isStrict_(isStrict) {}
+Warnings::Warnings(std::string path, bool isStrict, bool isQuiet)
+    : path_(std::move(path)), isStrict_(isStrict), isQuiet_(isQuiet) {}
 
 Warnings::~Warnings() {
   for (const auto& [warning, count] : counts_) {
@@ -35,7 +36,7 @@ QiroK7MWarningHandlerCallBacks Warnings::CallBacks() {
 }
 
 void Warnings::Show(QiroK7MError warning) {
-  if (++counts_[warning] > kShownOfEachKind) return;
+  if (isQuiet_ || ++counts_[warning] > kShownOfEachKind) return;
   PrintMessage(path_ + ": warning: " + DescribeCode(warning));
 }
 

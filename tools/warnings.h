@@ -14,7 +14,8 @@ namespace qiro::k7m::tool {
 class Warnings {
  public:
   /// @param isStrict  the first warning ends the work
-  Warnings(std::string path, bool isStrict);
+  /// @param isQuiet   nothing is printed
+  Warnings(std::string path, bool isStrict, bool isQuiet = false);
   ~Warnings();
   Warnings(const Warnings&) = delete;
   Warnings& operator=(const Warnings&) = delete;
@@ -27,6 +28,7 @@ class Warnings {
 
   std::string path_;
   bool isStrict_;
+  bool isQuiet_;
   std::map<QiroK7MError, uint64_t> counts_;
 };
 

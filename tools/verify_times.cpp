@@ -1,0 +1,133 @@
+// Durations and edit lists: whether movie, tracks, media and tables agree.
+#include <algorithm>
+#include <cmath>
+
+#include "text_format.h"
+#include "verify_checks.h"
+
+namespace qiro::k7m::tool {
+namespace {
+
+constexpr Rule kMediaDuration = {Severity::kWarning, "media-duration",
+                                 "players show a wrong length or stop at the wrong time"};
+constexpr Rule kTrackDuration = {Severity::kWarning, "track-duration",
+                                 "players stop the track at the wrong time"};
+constexpr Rule kMovieDuration = {Severity::kWarning, "movie-duration",
+                                 "players show a wrong length"};
+constexpr Rule kEditTime = {Severity::kError, "edit-media-time",
+                            "players refuse the edit list or play the track from its begin"};
+constexpr Rule kEditPastMedia = {Severity::kWarning, "edit-past-media",
+                                 "players freeze or show nothing where there are no samples"};
+
+// Durations are rounded to the units of two scales, and encoders count the last sample as they
+// like.
+constexpr double kTolerance = 0.1;
+
+double InSeconds(uint64_t value, uint32_t scale) {
+  return scale == 0 ? 0 : static_cast<double>(value) / scale;
+}
+
+std::string SecondsOf(double seconds) { return NumberText(seconds) + " s"; }
+
+bool Differ(double a, double b) { return std::abs(a - b) > kTolerance; }
+
+class TrackTimes {
+ public:
+  TrackTimes(const VerifiedTrack& track, Verification* all)
+      : track_(track),
+        movieScale_(all->movie.timeScale),
+        isFragmented_(all->movie.isFragmented),
+        file_(all->file),
+        findings_(all->findings) {}
+
+  void Check() {
+    if (track_.timeScale == 0) return;
+    const bool isWhole = !isFragmented_ && track_.sampleCount > 0 && track_.tableDuration > 0;
+    if (isWhole && track_.mediaDuration) {
+      CompareWithSamples(kMediaDuration, *track_.mdhd,
+                         InSeconds(*track_.mediaDuration, track_.timeScale));
+    }
+    if (movieScale_ == 0) return;
+    const double ofEdits =
+        CheckEdits(isWhole ? InSeconds(track_.shownUntil, track_.timeScale) : HUGE_VAL);
+    if (!track_.duration || (isFragmented_ && (*track_.duration == 0 || ofEdits == 0))) return;
+    const double told = InSeconds(*track_.duration, movieScale_);
+    if (track_.edits.count == 0 && isWhole) CompareWithSamples(kTrackDuration, *track_.tkhd, told);
+    if (track_.edits.count == 0 || !Differ(told, ofEdits)) return;
+    findings_.Add(kTrackDuration, track_.tkhd, track_.tkhd->offset, [&] {
+      return "it says " + SecondsOf(told) + ", the edit list " + SecondsOf(ofEdits);
+    });
+  }
+
+ private:
+  // Some writers count from the first sample decoded, some from the first one shown, and to the end
+  // of either.
+  void CompareWithSamples(const Rule& rule, const VerifiedBox& box, double told) {
+    const double decoded = InSeconds(track_.tableDuration, track_.timeScale);
+    const double longest = InSeconds(track_.shownUntil, track_.timeScale);
+    const double shortest =
+        std::min(decoded, longest - InSeconds(track_.shownFrom, track_.timeScale));
+    if (told > shortest - kTolerance && told < longest + kTolerance) return;
+    findings_.Add(rule, &box, box.offset, [&] {
+      return "it says " + SecondsOf(told) + ", the sample times " + SecondsOf(decoded);
+    });
+  }
+
+  // All segments together, in seconds.
+  double CheckEdits(double mediaSeconds) {
+    double sum = 0;
+    for (uint64_t i = 0; i < track_.edits.count; ++i) sum += CheckEdit(i, mediaSeconds);
+    return sum;
+  }
+
+  double CheckEdit(uint64_t index, double mediaSeconds) {
+    const uint64_t place = track_.edits.Place(index);
+    const bool isLong = track_.edits.stride == 20;
+    const unsigned width = isLong ? 8 : 4;
+    const double segment = InSeconds(file_.At(place, width), movieScale_);
+    const uint64_t stored = file_.At(place + width, width);
+    const int64_t mediaTime = isLong ? static_cast<int64_t>(stored)
+                                     : int64_t{static_cast<int32_t>(static_cast<uint32_t>(stored))};
+    const auto name = [&] { return "edit " + std::to_string(index + 1); };
+    if (mediaTime < -1) {
+      findings_.Add(kEditTime, track_.edits.box, place,
+                    [&] { return name() + " begins at " + std::to_string(mediaTime); });
+    }
+    if (mediaTime < 0) return segment;
+    const double end = InSeconds(static_cast<uint64_t>(mediaTime), track_.timeScale) + segment;
+    if (end > mediaSeconds + kTolerance) {
+      findings_.Add(kEditPastMedia, track_.edits.box, place, [&] {
+        return name() + " shows the media up to " + SecondsOf(end) + ", they end at " +
+               SecondsOf(mediaSeconds);
+      });
+    }
+    return segment;
+  }
+
+  const VerifiedTrack& track_;
+  uint32_t movieScale_;
+  bool isFragmented_;
+  VerifiedFile& file_;
+  Findings& findings_;
+};
+
+}  // namespace
+
+void CheckTimes(Verification* all) {
+  const VerifiedMovie& movie = all->movie;
+  uint64_t longest = 0;
+  for (const VerifiedTrack& track : movie.tracks) {
+    TrackTimes(track, all).Check();
+    longest = std::max(longest, track.duration.value_or(0));
+  }
+  if (!movie.duration || movie.timeScale == 0 || movie.tracks.empty()) return;
+  if (movie.isFragmented && (*movie.duration == 0 || longest == 0)) return;
+  const double told = InSeconds(*movie.duration, movie.timeScale);
+  const double found = InSeconds(longest, movie.timeScale);
+  if (!Differ(told, found)) return;
+  all->findings.Add(kMovieDuration, movie.mvhd, movie.mvhd->offset, [&] {
+    return "it says " + SecondsOf(told) + ", the longest track " + SecondsOf(found);
+  });
+}
+
+}  // namespace qiro::k7m::tool
