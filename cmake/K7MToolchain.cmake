@@ -29,7 +29,7 @@ if(K7M_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 if(K7M_COVERAGE)
-  add_compile_options(--coverage)
+  # The library alone is instrumented: CMakeLists.txt.
   add_link_options(--coverage)
 endif()
 
