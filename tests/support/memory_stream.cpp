@@ -93,7 +93,12 @@ struct MemoryStream::CallBacks {
       self.faultHit_ = true;
       count = byteCount - 1;
     }
-    self.CopyIn(self.position_, static_cast<const uint8_t*>(buffer), count);
+    const auto* bytes = static_cast<const uint8_t*>(buffer);
+    self.CopyIn(self.position_, bytes, count);
+    if (self.isKeepingJournal_ && count > 0) {
+      self.journal_.push_back(
+          {self.position_, Bytes(std::vector<uint8_t>(bytes, bytes + count)), false});
+    }
     self.position_ += count;
     self.NoteDelivered(count);
     *bytesWritten = count;
@@ -104,6 +109,7 @@ struct MemoryStream::CallBacks {
     const QiroK7MError error = self.Enter(Call::kTruncate, 0, length);
     if (error != 0) return error;
     self.SetLength(length);
+    if (self.isKeepingJournal_) self.journal_.push_back({length, {}, true});
     return 0;
   }
 };

@@ -37,6 +37,13 @@ struct CallRecord {
   uint64_t delivered;
 };
 
+/// What a call changed: bytes put at an offset, or a new length.
+struct StreamChange {
+  uint64_t offset;  // Of a truncation: the new length.
+  Bytes bytes;
+  bool isTruncation;
+};
+
 /// Content is kept in pages, so that a file of terabytes costs only what was put into it; zeros
 /// that are put where nothing was cost nothing.
 class MemoryStream {
@@ -86,6 +93,9 @@ class MemoryStream {
   void ClearLog();
   /// From now on calls are counted but not logged: millions of them cost no memory.
   void StopLogging() { isLogging_ = false; }
+  /// From now on every change by a call is kept, in order.
+  void StartJournal() { isKeepingJournal_ = true; }
+  const std::vector<StreamChange>& Journal() const { return journal_; }
   uint64_t BytesDelivered() const { return bytesDelivered_; }
   uint64_t Position() const { return position_; }
   bool IsOpen() const { return isOpen_; }
@@ -128,6 +138,8 @@ class MemoryStream {
 
   std::vector<CallRecord, MallocAllocator<CallRecord>> log_;
   bool isLogging_ = true;
+  std::vector<StreamChange> journal_;
+  bool isKeepingJournal_ = false;
   std::array<uint64_t, 10> counts_{};
   uint64_t bytesDelivered_ = 0;
   uint64_t greatestOffset_ = 0;
