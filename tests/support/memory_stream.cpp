@@ -45,6 +45,10 @@ struct MemoryStream::CallBacks {
     const uint64_t left = self.position_ < self.length_ ? self.length_ - self.position_ : 0;
     uint64_t count = std::min(byteCount, left);
     if (self.readLimit_ != 0) count = std::min(count, self.readLimit_);
+    if (count != 0 && self.shortReadCountdown_ != 0 && --self.shortReadCountdown_ == 0) {
+      self.faultHit_ = true;
+      --count;
+    }
     self.CopyOut(self.position_, static_cast<uint8_t*>(buffer), count);
     self.position_ += count;
     self.bytesDelivered_ += count;

@@ -78,6 +78,11 @@ class MemoryStream {
     shortWriteCountdown_ = n;
     faultHit_ = false;
   }
+  /// Lets the n-th read (from 1, counted from now) that could deliver a byte deliver one fewer.
+  void ShortenNthRead(uint64_t n) {
+    shortReadCountdown_ = n;
+    faultHit_ = false;
+  }
   /// Whether the ordered fault has happened.
   bool FaultHit() const { return faultHit_; }
   /// No readSome delivers more than `size` bytes; 0 lifts the limit.
@@ -130,6 +135,7 @@ class MemoryStream {
   uint64_t readLimit_ = 0;
   uint64_t writeLimit_ = 0;
   uint64_t shortWriteCountdown_ = 0;  // 0: none is ordered.
+  uint64_t shortReadCountdown_ = 0;   // 0: none is ordered.
   Call faultCall_ = Call::kAny;
   uint64_t faultCountdown_ = 0;  // 0: none is ordered.
   QiroK7MError faultCode_ = 0;
