@@ -25,7 +25,7 @@ if(K7M_SANITIZE)
   add_link_options(-fsanitize=${K7M_SANITIZE})
 endif()
 if(K7M_COVERAGE)
-  add_compile_options(--coverage)
+  # The library alone is instrumented: CMakeLists.txt.
   add_link_options(--coverage)
 endif()
 

@@ -20,8 +20,12 @@
 ///    0x76696465.
 /// 8. Streams and memory come from the caller: see stream.h and allocator.h. The library opens no
 ///    file, prints nothing, and keeps no global state.
-/// 9. Threads. The library starts none and takes no locks. A reader and everything obtained from it
-///    may be used by one thread at a time; different readers are independent.
+/// 9. Threads. The library starts none and takes no locks. A reader, writer or query servicer and
+///    everything obtained from it may be used by one thread at a time, the threads one after the
+///    other; whoever hands it on sees to it that the one has ended before the other begins.
+///    Different readers, writers and servicers are independent, and may be opened, used and closed
+///    at the same time, as far as the caller's callbacks are: callbacks are called on the thread
+///    that called the library. Functions without a handle may be called on any thread at any time.
 #ifndef K7M_K7M_H
 #define K7M_K7M_H
 

@@ -53,6 +53,14 @@ TEST(ClientStream, EveryOperationCallsItsCallbackOnce) {
   EXPECT_STREQ(io.memory.Violation(), nullptr);
 }
 
+TEST(ClientStream, AStreamToReadFromCanNeitherBeWrittenNorCut) {
+  Reading reading(Pattern(10));
+  const std::array<uint8_t, 4> bytes{1, 2, 3, 4};
+  EXPECT_EQ(reading.stream.Write(bytes.data(), bytes.size(), nullptr), 0U);
+  reading.stream.Truncate(3);
+  EXPECT_EQ(reading.memory.Content(), Pattern(10));
+}
+
 TEST(ClientStream, WhatACallbackReturnsIsThrownUnchanged) {
   const auto check = [](Call call, auto operation) {
     for (const QiroK7MError code : {1U, 5U, 77777U, 0xFFFFFFFFU}) {

@@ -92,6 +92,18 @@ TEST(MemoryBufferedStream, AFlushSeeksToItsPositionFromTheCurrentOneDeliberately
   EXPECT_EQ(buffered.stream.Tell(), 6U);
 }
 
+TEST(MemoryBufferedStream, ReadingFlushesFirstAndMovesOn) {
+  Buffered buffered(8);
+  buffered.memory.Put(0, Pattern(10));
+  buffered.Write(Bytes{7, 8, 9});
+  Bytes read;
+  read.Fill(4);
+  buffered.stream.Read(read.Data(), 4);
+  EXPECT_EQ(buffered.memory.Content(), Bytes({7, 8, 9}) + Pattern(10).Slice(3, 7));
+  EXPECT_EQ(read, Pattern(10).Slice(3, 4));
+  EXPECT_EQ(buffered.stream.Tell(), 7U) << "three written, four read";
+}
+
 TEST(MemoryBufferedStream, SeekingFlushesFirst) {
   Buffered buffered(8);
   buffered.Write(Pattern(3));

@@ -276,6 +276,12 @@ TEST(UuidBoxes, KeepTheirPayloadUntouched) {
   EXPECT_EQ(Bytes(std::vector<uint8_t>(box.GetPayload(), box.GetPayload() + 50)), Pattern(50));
 }
 
+TEST(UuidBoxes, ShowTheirTypeAndPayload) {
+  Document document(UuidBox(Uuid{1, 2, 3}, Bytes{0xAB, 0xCD}));
+  EXPECT_EQ(Dump(document.Next<impl::UuidBox>()),
+            "extended_type=01020300000000000000000000000000 payload=abcd");
+}
+
 TEST(UuidBoxes, MayHaveNoPayload) {
   Document document(UuidBox(kMetadataUuid));
   auto& box = document.Next<impl::UlbDataBox>();

@@ -45,6 +45,10 @@ struct MemoryStream::CallBacks {
     const uint64_t left = self.position_ < self.length_ ? self.length_ - self.position_ : 0;
     uint64_t count = std::min(byteCount, left);
     if (self.readLimit_ != 0) count = std::min(count, self.readLimit_);
+    if (count != 0 && self.shortReadCountdown_ != 0 && --self.shortReadCountdown_ == 0) {
+      self.faultHit_ = true;
+      --count;
+    }
     self.CopyOut(self.position_, static_cast<uint8_t*>(buffer), count);
     self.position_ += count;
     self.bytesDelivered_ += count;
@@ -93,7 +97,12 @@ struct MemoryStream::CallBacks {
       self.faultHit_ = true;
       count = byteCount - 1;
     }
-    self.CopyIn(self.position_, static_cast<const uint8_t*>(buffer), count);
+    const auto* bytes = static_cast<const uint8_t*>(buffer);
+    self.CopyIn(self.position_, bytes, count);
+    if (self.isKeepingJournal_ && count > 0) {
+      self.journal_.push_back(
+          {self.position_, Bytes(std::vector<uint8_t>(bytes, bytes + count)), false});
+    }
     self.position_ += count;
     self.NoteDelivered(count);
     *bytesWritten = count;
@@ -104,6 +113,7 @@ struct MemoryStream::CallBacks {
     const QiroK7MError error = self.Enter(Call::kTruncate, 0, length);
     if (error != 0) return error;
     self.SetLength(length);
+    if (self.isKeepingJournal_) self.journal_.push_back({length, {}, true});
     return 0;
   }
 };

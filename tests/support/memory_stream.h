@@ -37,6 +37,13 @@ struct CallRecord {
   uint64_t delivered;
 };
 
+/// What a call changed: bytes put at an offset, or a new length.
+struct StreamChange {
+  uint64_t offset;  // Of a truncation: the new length.
+  Bytes bytes;
+  bool isTruncation;
+};
+
 /// Content is kept in pages, so that a file of terabytes costs only what was put into it; zeros
 /// that are put where nothing was cost nothing.
 class MemoryStream {
@@ -71,6 +78,11 @@ class MemoryStream {
     shortWriteCountdown_ = n;
     faultHit_ = false;
   }
+  /// Lets the n-th read (from 1, counted from now) that could deliver a byte deliver one fewer.
+  void ShortenNthRead(uint64_t n) {
+    shortReadCountdown_ = n;
+    faultHit_ = false;
+  }
   /// Whether the ordered fault has happened.
   bool FaultHit() const { return faultHit_; }
   /// No readSome delivers more than `size` bytes; 0 lifts the limit.
@@ -86,6 +98,9 @@ class MemoryStream {
   void ClearLog();
   /// From now on calls are counted but not logged: millions of them cost no memory.
   void StopLogging() { isLogging_ = false; }
+  /// From now on every change by a call is kept, in order.
+  void StartJournal() { isKeepingJournal_ = true; }
+  const std::vector<StreamChange>& Journal() const { return journal_; }
   uint64_t BytesDelivered() const { return bytesDelivered_; }
   uint64_t Position() const { return position_; }
   bool IsOpen() const { return isOpen_; }
@@ -120,6 +135,7 @@ class MemoryStream {
   uint64_t readLimit_ = 0;
   uint64_t writeLimit_ = 0;
   uint64_t shortWriteCountdown_ = 0;  // 0: none is ordered.
+  uint64_t shortReadCountdown_ = 0;   // 0: none is ordered.
   Call faultCall_ = Call::kAny;
   uint64_t faultCountdown_ = 0;  // 0: none is ordered.
   QiroK7MError faultCode_ = 0;
@@ -128,6 +144,8 @@ class MemoryStream {
 
   std::vector<CallRecord, MallocAllocator<CallRecord>> log_;
   bool isLogging_ = true;
+  std::vector<StreamChange> journal_;
+  bool isKeepingJournal_ = false;
   std::array<uint64_t, 10> counts_{};
   uint64_t bytesDelivered_ = 0;
   uint64_t greatestOffset_ = 0;

@@ -6,12 +6,23 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <string>
 
 #include "counting_allocator.h"
 #include "heap_watch.h"
 #include "memory_stream.h"
 
 namespace k7mtest {
+
+/// How many faults the sweeps of this program have hit.
+inline uint64_t failurePoints = 0;
+
+/// Counts them, and tells the number to whoever reads the results as XML.
+inline uint64_t NoteFailurePoints(uint64_t count) {
+  failurePoints += count;
+  ::testing::Test::RecordProperty("failurePoints", std::to_string(failurePoints));
+  return count;
+}
 
 /// Calls `body(n)` for n = 1, 2, 3, ... until it answers that the n-th opportunity was not reached.
 /// `body` arms the fault, does the work from a fresh start, judges the result, frees everything and
@@ -30,7 +41,7 @@ uint64_t Sweep(Body&& body, uint64_t limit = 100000) {
     }
     if (!wasHit) {
       EXPECT_GT(n, 1u) << "the fault was never reached: the sweep tested nothing";
-      return n - 1;
+      return NoteFailurePoints(n - 1);
     }
   }
   ADD_FAILURE() << "still failing after " << limit << " opportunities";

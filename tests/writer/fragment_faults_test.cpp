@@ -124,6 +124,20 @@ TEST(FragmentFaults, AHarmlessCodeOfTheStreamLosesNothingButWhatFailed) {
   }
 }
 
+TEST(FragmentFaults, EveryWriteMayBeShort) {
+  const uint64_t hits = Sweep([](uint64_t n) {
+    MemoryStream stream;
+    stream.ShortenNthWrite(n);
+    Session session;
+    const QiroK7MError result = session.Run(stream, kPlainMemory);
+    EXPECT_EQ(result, stream.FaultHit() ? QiroK7MError{kQiroK7MErrorWriteFailed} : 0u);
+    session.ExpectBuffersBack();
+    EXPECT_FALSE(stream.IsOpen());
+    return stream.FaultHit();
+  });
+  EXPECT_GT(hits, 100u);
+}
+
 TEST(FragmentFaults, EveryRequestOfMemoryMayFail) {
   const uint64_t hits = SweepAllocator([](const QiroK7MAllocatorCallBacks& memory) {
     MemoryStream stream;

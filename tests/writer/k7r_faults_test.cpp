@@ -259,6 +259,61 @@ TEST(K7RFaults, AHarmlessCodeOfTheStreamLeavesTheWriterGoodAndTheFileReadable) {
   }
 }
 
+TEST(K7RFaults, EveryWriteMayBeShort) {
+  ForEachKind([](bool isContinued, bool isClosed, const Bytes& content) {
+    Sweep([&](uint64_t n) {
+      MemoryStream stream(content);
+      stream.ShortenNthWrite(n);
+      Session session(isContinued);
+      session.Run(stream, kPlainMemory, isClosed);
+      EXPECT_FALSE(stream.IsOpen());
+      session.ExpectBuffersBackOnce();
+      if (stream.FaultHit() && isClosed) {
+        EXPECT_EQ(session.FirstFailure(), kQiroK7MErrorWriteFailed);
+      }
+      if (session.FirstFailure() == kQiroK7MErrorWriteFailed) session.ExpectBadBehind();
+      return stream.FaultHit();
+    });
+  });
+}
+
+TEST(K7RFaults, EveryReadMayBeShortWhileAFileIsOpened) {
+  const uint64_t hits = Sweep([](uint64_t n) {
+    MemoryStream stream(FileToContinue());
+    stream.ShortenNthRead(n);
+    Session session(true);
+    session.Run(stream, kPlainMemory);
+    EXPECT_FALSE(stream.IsOpen());
+    session.ExpectBuffersBackOnce();
+    if (stream.FaultHit()) {
+      EXPECT_EQ(session.FirstFailure(), kQiroK7MErrorReadFailed);
+      if (session.Opened() != 0) {
+        EXPECT_EQ(stream.Content(), FileToContinue());
+      }
+    }
+    return stream.FaultHit();
+  });
+  EXPECT_GT(hits, 50u);
+}
+
+TEST(K7RFaults, FragmentsThatWereCompleteStayAsTheyWere) {
+  const Bytes before = FileToContinue();
+  const size_t begin = EndOfMoov(before);
+  const Bytes fragments = before.Slice(begin, before.Size() - begin);
+  for (const QiroK7MError code : {kOwnCode, kHarmless}) {
+    for (const bool isLasting : {false, true}) {
+      Sweep([&](uint64_t n) {
+        MemoryStream stream(before);
+        stream.FailNth(Call::kAny, n, code, isLasting);
+        Session session(true);
+        session.Run(stream, kPlainMemory);
+        EXPECT_EQ(stream.Content(begin, fragments.Size()), fragments);
+        return stream.FaultHit();
+      });
+    }
+  }
+}
+
 TEST(K7RFaults, EveryRequestOfMemoryMayFail) {
   ForEachKind([](bool isContinued, bool isClosed, const Bytes& content) {
     const uint64_t hits = Sweep([&](uint64_t n) {
