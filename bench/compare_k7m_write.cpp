@@ -7,11 +7,11 @@
 #include <map>
 #include <string>
 
+#include "file_io_stream.h"
 #include "flat_stream.h"
 #include "growing_stream.h"
 #include "k7m/extensions.h"
 #include "measure.h"
-#include "tools/file_io_stream.h"
 
 namespace k7mbench {
 namespace {

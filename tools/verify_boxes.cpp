@@ -77,7 +77,8 @@ std::string PathOf(const VerifiedBox* box) {
   for (; box != nullptr; box = box->parent) {
     std::string step = FourCharacters(box->type);
     if (box->hasTwins) step += "[" + std::to_string(box->number) + "]";
-    path = path.empty() ? step : step + "/" + path;
+    if (!path.empty()) step += "/";
+    path.insert(0, step);
   }
   return path;
 }

@@ -1,6 +1,7 @@
 // Where the samples of all tracks lie: inside 'mdat', apart from each other, near each other.
 #include <algorithm>
 #include <array>
+#include <ranges>
 #include <set>
 #include <utility>
 
@@ -115,9 +116,9 @@ void LayoutChecks::CheckDistanceInTime() {
     bool isTold = false;
   };
   std::vector<State> states(movie_.tracks.size());
-  for (auto extent = extents_.rbegin(); extent != extents_.rend(); ++extent) {
-    ++states[extent->track].left;
-    states[extent->track].reached = extent->seconds;
+  for (const Extent& extent : std::ranges::reverse_view(extents_)) {
+    ++states[extent.track].left;
+    states[extent.track].reached = extent.seconds;
   }
   std::set<std::pair<double, uint32_t>> waiting;  // Tracks that have stretches to come.
   for (uint32_t i = 0; i < states.size(); ++i) {

@@ -278,8 +278,9 @@ TEST(K7RFaults, EveryWriteMayBeShort) {
 }
 
 TEST(K7RFaults, EveryReadMayBeShortWhileAFileIsOpened) {
-  const uint64_t hits = Sweep([](uint64_t n) {
-    MemoryStream stream(FileToContinue());
+  const Bytes before = FileToContinue();
+  const uint64_t hits = Sweep([&](uint64_t n) {
+    MemoryStream stream(before);
     stream.ShortenNthRead(n);
     Session session(true);
     session.Run(stream, kPlainMemory);
@@ -288,7 +289,7 @@ TEST(K7RFaults, EveryReadMayBeShortWhileAFileIsOpened) {
     if (stream.FaultHit()) {
       EXPECT_EQ(session.FirstFailure(), kQiroK7MErrorReadFailed);
       if (session.Opened() != 0) {
-        EXPECT_EQ(stream.Content(), FileToContinue());
+        EXPECT_EQ(stream.Content(), before);
       }
     }
     return stream.FaultHit();
