@@ -12,8 +12,8 @@
 ///
 /// A call that failed and left the writer good can be made again, also when the code came from a
 /// callback of the stream. Nothing that was added before or comes later is lost by it, but a
-/// fragment that could not be written is; a track or sample description that could not be written
-/// stays.
+/// fragment that could not be written is. A sample description that could not be written stays; a
+/// track that could not be is not there.
 ///
 /// Buffers: a function that takes a #QiroK7MDataBuffer releases it exactly once before it returns,
 /// on success and on every failure, unless it says that the writer keeps it.
