@@ -51,7 +51,8 @@ class RecordTable {
     if (capacity > std::numeric_limits<size_t>::max() / sizeof(Record)) {
       throw std::bad_alloc();
     }
-    auto* const grown = static_cast<Record*>(AllocateThrough(callBacks_, capacity * sizeof(Record)));
+    auto* const grown =
+        static_cast<Record*>(AllocateThrough(callBacks_, capacity * sizeof(Record)));
     std::uninitialized_copy_n(records_, size_, grown);
     ReleaseThrough(callBacks_, records_);
     records_ = grown;

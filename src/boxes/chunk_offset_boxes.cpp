@@ -35,7 +35,8 @@ void ChunkOffsetBox<kBoxType, Offset>::ReadExtensionPayloadData() {
 
 template <uint32_t kBoxType, class Offset>
 void ChunkOffsetBox<kBoxType, Offset>::Describe(FieldSink& sink) {
-  DescribeTable(sink, "entries", entries_, [&sink](Offset offset) { sink.Number("chunk_offset", offset); });
+  DescribeTable(sink, "entries", entries_,
+                [&sink](Offset offset) { sink.Number("chunk_offset", offset); });
 }
 
 template <uint32_t kBoxType, class Offset>

@@ -28,13 +28,12 @@ void StssBox::ReadExtensionPayloadData() {
   const uint32_t count = Stream().ReadDWORD();
   ThrowIf(count > kMaxEntryCount, kQiroK7MErrorEntryCountTooLarge);
   ThrowIf(!CanRead(count * kEntrySize), kQiroK7MErrorBoxTruncated);
-  ReadRecords(Stream(), entries_, count, kEntrySize, [](const uint8_t* bytes) {
-    return SyncSampleEntry{LoadBigEndian<uint32_t>(bytes)};
-  });
-  const bool isAscending = std::is_sorted(
-      entries_.begin(), entries_.end(), [](const SyncSampleEntry& a, const SyncSampleEntry& b) {
-        return a.sampleNumber < b.sampleNumber;
-      });
+  ReadRecords(Stream(), entries_, count, kEntrySize,
+              [](const uint8_t* bytes) { return SyncSampleEntry{LoadBigEndian<uint32_t>(bytes)}; });
+  const bool isAscending = std::is_sorted(entries_.begin(), entries_.end(),
+                                          [](const SyncSampleEntry& a, const SyncSampleEntry& b) {
+                                            return a.sampleNumber < b.sampleNumber;
+                                          });
   if (!isAscending) {
     highestSoFar_.reserve(entries_.size());
     uint32_t highest = 0;

@@ -39,9 +39,8 @@ void StszBox::ReadExtensionPayloadData() {
     return;
   }
   ThrowIf(!CanRead(sampleCount_ * kEntrySize), kQiroK7MErrorBoxTruncated);
-  ReadRecords(Stream(), entries_, sampleCount_, kEntrySize, [](const uint8_t* bytes) {
-    return SampleSizeEntry{LoadBigEndian<uint32_t>(bytes)};
-  });
+  ReadRecords(Stream(), entries_, sampleCount_, kEntrySize,
+              [](const uint8_t* bytes) { return SampleSizeEntry{LoadBigEndian<uint32_t>(bytes)}; });
   SumStretches();
 }
 
