@@ -17,9 +17,9 @@ QiroK7MReader* Open(FlatStream& stream) {
   QiroK7MReadOptions options = {sizeof options,
                                 kQiroK7MReadBaseDataOffsets | kQiroK7MReadStartTimes};
   QiroK7MReader* reader = nullptr;
-  Require(QiroK7MDocOpenForReadWithOptions(&callBacks, &warning, &allocator, &options, &reader) ==
-              0,
-          "cannot open");
+  Require(
+      QiroK7MDocOpenForReadWithOptions(&callBacks, &warning, &allocator, &options, &reader) == 0,
+      "cannot open");
   return reader;
 }
 

@@ -1,5 +1,6 @@
 /// @file measure.h
-/// What a driver of the comparison prints: time, units of work and peak memory of one piece of work.
+/// What a driver of the comparison prints: time, units of work and peak memory of one piece of
+/// work.
 #ifndef K7M_BENCH_MEASURE_H
 #define K7M_BENCH_MEASURE_H
 
