@@ -9,7 +9,7 @@ namespace qiro::k7m::impl {
 CttsBox::CttsBox(QiroK7MStream* stream, uint32_t maxSampleCount,
                  const QiroK7MAllocatorCallBacks* allocator)
     : TableBox(stream, kType, sizeof(uint32_t), kEntrySize, maxSampleCount, allocator),
-      runs_(K7MAllocator<CttsEntry>(allocator)) {
+      runs_(GetAllocator()) {
   ThrowIf(maxSampleCount > kMaxEntryCount, kQiroK7MErrorTooManyEntries);
 }
 
@@ -37,14 +37,18 @@ void CttsBox::ReadExtensionPayloadData() {
   ThrowIf(count > kMaxEntryCount, kQiroK7MErrorTooManyEntries);
   ThrowIf(!CanRead(count * kEntrySize), kQiroK7MErrorBoxTruncated);
   uint32_t nextSample = 1;
-  ReadTableInto(Stream(), runs_, count, kEntrySize, [&nextSample](const uint8_t* bytes) {
+  bool hasEmptyRuns = false;
+  ReadRecords(Stream(), runs_, count, kEntrySize, [&](const uint8_t* bytes) {
     const CttsEntry run{LoadBigEndian<uint32_t>(bytes), LoadBigEndian<uint32_t>(bytes + 4),
                         nextSample, 0};
     nextSample += run.count;
+    hasEmptyRuns = hasEmptyRuns || run.count == 0;
     ThrowIf(nextSample < run.firstSample, kQiroK7MErrorCttsCount);
     return run;
   });
-  CountEmptyRuns(runs_);
+  if (hasEmptyRuns) {
+    CountEmptyRuns(runs_);
+  }
 }
 
 void CttsBox::Describe(FieldSink& sink) {

@@ -45,11 +45,7 @@ void StscBox::TakeEntries(const uint8_t* bytes, uint64_t count) {
     run.descriptionIndex = LoadBigEndian<uint32_t>(bytes + 8);
     runs_.push_back(run);
   }
-  CountEmptyRuns(runs_);
-  usedRuns_ = runs_.size();
-  while (usedRuns_ > 0 && !runs_[usedRuns_ - 1].HasSamples()) {
-    --usedRuns_;
-  }
+  usedRuns_ = CountEmptyRuns(runs_);
 }
 
 void StscBox::Describe(FieldSink& sink) {

@@ -119,13 +119,18 @@ struct ChunkOffsetEntry {
 };
 
 /// Tells every run how many without samples lie behind it, so that they are stepped over at once.
+/// Returns the number of runs up to and with the last one that has samples.
 template <class Runs>
-void CountEmptyRuns(Runs& runs) {
+size_t CountEmptyRuns(Runs& runs) {
+  size_t used = 0;
   uint32_t emptyBehind = 0;
-  for (auto run = runs.rbegin(); run != runs.rend(); ++run) {
-    run->emptyBehind = emptyBehind;
-    emptyBehind = run->HasSamples() ? 0 : emptyBehind + 1;
+  for (size_t i = runs.size(); i-- > 0;) {
+    runs[i].emptyBehind = emptyBehind;
+    const bool hasSamples = runs[i].HasSamples();
+    emptyBehind = hasSamples ? 0 : emptyBehind + 1;
+    used = hasSamples ? std::max(used, i + 1) : used;
   }
+  return used;
 }
 
 /// The last record of [first, end) that `compare` puts at or before `wanted`; `end` when there is

@@ -223,6 +223,31 @@ class StscIterator {
   StscEntry value_;
 };
 
+/// Chunk offsets, from a table of either width.
+class ChunkOffsetIterator {
+ public:
+  ChunkOffsetIterator() = default;
+  ChunkOffsetIterator(const uint32_t* current, const uint32_t* end) : narrow_(current, end) {}
+  ChunkOffsetIterator(const uint64_t* current, const uint64_t* end)
+      : wide_(current, end), isWide_(true) {}
+
+  bool HasMoreEntries() const {
+    return isWide_ ? wide_.HasMoreEntries() : narrow_.HasMoreEntries();
+  }
+  ChunkOffsetIterator& operator++() {
+    Advance(1);
+    return *this;
+  }
+  /// Moves on by `count` chunks, at most to the end.
+  void Advance(uint64_t count) { isWide_ ? wide_.Advance(count) : narrow_.Advance(count); }
+  ChunkOffsetEntry operator*() const { return {isWide_ ? *wide_ : *narrow_}; }
+
+ private:
+  Iterator<uint32_t> narrow_;
+  Iterator<uint64_t> wide_;
+  bool isWide_ = false;
+};
+
 /// Sizes: from a table, or one size for every sample.
 class SampleSizeIterator {
  public:

@@ -9,9 +9,9 @@
 namespace qiro::k7m::impl {
 
 void DocIterator::AddTrack(std::unique_ptr<SampleIterator> samples, uint32_t timeScale) {
-  if (samples->HasMoreEntries()) {
-    auto first = samples->GetNextSample();
-    tracks_.push_back({std::move(samples), std::move(first), timeScale, kQiroK7MErrorNone});
+  if (auto first = samples->GetNextSample()) {
+    const uint64_t time = first->GetInfo().timeStamp;
+    tracks_.push_back({std::move(samples), std::move(first), time, timeScale, kQiroK7MErrorNone});
     largestTimeScale_ = std::max(largestTimeScale_, timeScale);
     ++pendingCount_;
   }
@@ -25,13 +25,18 @@ std::unique_ptr<Sample> DocIterator::GetNextSample() {
     failed_.pop_back();
     ThrowException(tracks_[track].failure);
   }
-  const size_t track = TakeEarliest();
-  if (track == tracks_.size()) {
+  const size_t earliest = FindEarliest();
+  if (earliest == tracks_.size()) {
     return nullptr;
   }
-  std::unique_ptr<Sample> chosen = std::move(tracks_[track].pending);
+  TrackState& track = tracks_[earliest];
+  std::unique_ptr<Sample> chosen = std::move(track.pending);
   --pendingCount_;
   Fetch(track);
+  if (track.failure != kQiroK7MErrorNone) {
+    failed_.push_back(earliest);
+  }
+  Requeue();
   return chosen;
 }
 
@@ -44,33 +49,23 @@ void DocIterator::Start() {
   }
 }
 
-void DocIterator::Fetch(size_t track) {
-  TrackState& state = tracks_[track];
-  state.failure = GuardedCall([&state] {
-    if (state.samples->HasMoreEntries()) {
-      state.pending = state.samples->GetNextSample();
-    }
-  });
-  if (state.failure != kQiroK7MErrorNone) {
-    failed_.push_back(track);
-  } else if (state.pending != nullptr) {
+void DocIterator::Fetch(TrackState& track) {
+  track.failure = GuardedCall([&track] { track.pending = track.samples->GetNextSample(); });
+  if (track.pending != nullptr) {
+    track.time = track.pending->GetInfo().timeStamp;
     ++pendingCount_;
-    Queue(track);
   }
 }
 
 bool DocIterator::CanWrap(const TrackState& track) const {
-  return track.timeScale == 0 || track.pending->GetInfo().timeStamp >
-                                     std::numeric_limits<uint64_t>::max() / largestTimeScale_;
+  return track.timeScale == 0 ||
+         track.time > std::numeric_limits<uint64_t>::max() / largestTimeScale_;
 }
 
-bool DocIterator::IsEarlier(size_t track, size_t other) const {
-  return tracks_[track].pending->GetInfo().timeStamp * tracks_[other].timeScale <
-         tracks_[other].pending->GetInfo().timeStamp * tracks_[track].timeScale;
-}
-
-bool DocIterator::IsBehind(size_t track, size_t other) const {
-  return IsEarlier(other, track) || (other < track && !IsEarlier(track, other));
+bool DocIterator::IsBefore(size_t track, size_t other) const {
+  const uint64_t time = tracks_[track].time * tracks_[other].timeScale;
+  const uint64_t otherTime = tracks_[other].time * tracks_[track].timeScale;
+  return time < otherTime || (time == otherTime && track < other);
 }
 
 void DocIterator::Queue(size_t track) {
@@ -80,29 +75,45 @@ void DocIterator::Queue(size_t track) {
   }
   queue_.push_back(track);
   std::push_heap(queue_.begin(), queue_.end(),
-                 [this](size_t a, size_t b) { return IsBehind(a, b); });
+                 [this](size_t a, size_t b) { return IsBefore(b, a); });
 }
 
-size_t DocIterator::TakeEarliest() {
+void DocIterator::Requeue() {
+  if (!isQueued_) {
+    return;
+  }
+  if (tracks_[queue_.front()].pending == nullptr) {
+    queue_.front() = queue_.back();
+    queue_.pop_back();
+  } else if (CanWrap(tracks_[queue_.front()])) {
+    isQueued_ = false;
+    return;
+  }
+  size_t place = 0;
+  for (size_t child = 1; child < queue_.size(); child = 2 * place + 1) {
+    if (child + 1 < queue_.size() && IsBefore(queue_[child + 1], queue_[child])) {
+      ++child;
+    }
+    if (IsBefore(queue_[place], queue_[child])) {
+      return;
+    }
+    std::swap(queue_[place], queue_[child]);
+    place = child;
+  }
+}
+
+size_t DocIterator::FindEarliest() const {
   if (!isQueued_) {
     return FindEarliestByScan();
   }
-  if (queue_.empty()) {
-    return tracks_.size();
-  }
-  std::pop_heap(queue_.begin(), queue_.end(),
-                [this](size_t a, size_t b) { return IsBehind(a, b); });
-  const size_t track = queue_.back();
-  queue_.pop_back();
-  return track;
+  return queue_.empty() ? tracks_.size() : queue_.front();
 }
 
 size_t DocIterator::FindEarliestByScan() const {
   size_t earliest = tracks_.size();
   for (size_t track = 0; track < tracks_.size(); ++track) {
-    // A tie stays with the earlier track.
     if (tracks_[track].pending != nullptr &&
-        (earliest == tracks_.size() || IsEarlier(track, earliest))) {
+        (earliest == tracks_.size() || IsBefore(track, earliest))) {
       earliest = track;
     }
   }
