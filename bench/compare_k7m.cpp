@@ -1,6 +1,5 @@
 // The library's side of the comparison: one piece of work a run, on a file in memory.
 // usage: compare_k7m open|visit|bytes|one FILE
-#include <map>
 #include <string>
 
 #include "flat_stream.h"

@@ -1,7 +1,6 @@
 // Where the samples of all tracks lie: inside 'mdat', apart from each other, near each other.
 #include <algorithm>
 #include <array>
-#include <ranges>
 #include <set>
 #include <utility>
 
@@ -116,10 +115,10 @@ void LayoutChecks::CheckDistanceInTime() {
     bool isTold = false;
   };
   std::vector<State> states(movie_.tracks.size());
-  for (const Extent& extent : std::ranges::reverse_view(extents_)) {
+  std::for_each(extents_.rbegin(), extents_.rend(), [&states](const Extent& extent) {
     ++states[extent.track].left;
     states[extent.track].reached = extent.seconds;
-  }
+  });
   std::set<std::pair<double, uint32_t>> waiting;  // Tracks that have stretches to come.
   for (uint32_t i = 0; i < states.size(); ++i) {
     if (states[i].left > 0) waiting.emplace(states[i].reached, i);

@@ -56,10 +56,9 @@ K7M_API QiroK7MError QiroK7RQueryServicerCreate(const QiroK7MIStreamCallBacks* f
 ///                        with an index it must not be 0
 /// @param size            receives the fragment's size in bytes; required
 /// @param data            receives the fragment's bytes; required. The buffer was allocated with
-/// the
-///                        servicer's `allocate` callback and belongs to the caller, who frees it as
-///                        that callback's blocks are freed, also after the servicer was closed;
-///                        where `allocate` is null, the global operator delete frees it
+///                        the servicer's `allocate` callback and belongs to the caller, who frees
+///                        it as that callback's blocks are freed, also after the servicer was
+///                        closed; where `allocate` is null, the global operator delete frees it
 /// @return #kQiroK7MErrorNone, with size 0 and a null buffer when the global entry in the place of
 ///         the fragment names another segment or fragment;
 ///         #kQiroK7MErrorInvalidArgument, with both outputs as they were;

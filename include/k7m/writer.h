@@ -12,8 +12,8 @@
 ///
 /// A call that failed and left the writer good can be made again, also when the code came from a
 /// callback of the stream. Nothing that was added before or comes later is lost by it, but a
-/// fragment that could not be written is; a track or sample description that could not be written
-/// stays.
+/// fragment that could not be written is. A sample description that could not be written stays; a
+/// track that could not be is not there.
 ///
 /// Buffers: a function that takes a #QiroK7MDataBuffer releases it exactly once before it returns,
 /// on success and on every failure, unless it says that the writer keeps it.
@@ -42,8 +42,7 @@ typedef struct QiroK7MWriter QiroK7MWriter;
 ///                   other number for a fragmented one
 /// @param allocator  required; its callbacks may be null and must otherwise outlive the writer
 /// @param out        receives the writer, to be freed with QiroK7MDestroyWriter(); required; left
-/// as
-///                   it is on failure
+///                   as it is on failure
 /// @return #kQiroK7MErrorNone; #kQiroK7MErrorInvalidArgument; #kQiroK7MErrorZeroTimeScale;
 ///         #kQiroK7MErrorWriteFailed; #kQiroK7MErrorOutOfMemory; or what a stream callback returned
 K7M_API QiroK7MError QiroK7MDocCreateNew(const QiroK7MIOStreamCallBacks* callBacks,
@@ -57,11 +56,9 @@ K7M_API QiroK7MError QiroK7MDocCreateNew(const QiroK7MIOStreamCallBacks* callBac
 /// @param info            required; `timeScale` must not be 0. `size`, `trackFlags` above bit 0 and
 ///                        unused bytes are ignored
 /// @param entries         what to reserve: sample descriptions, gaps (the edit list holds twice
-/// their
-///                        number plus one entry) and the longest codec header; required
+///                        their number plus one entry) and the longest codec header; required
 /// @param maxSampleCount  how many samples the track may get, at most 100000000; ignored in a
-/// fragmented
-///                        document, which has no limit
+///                        fragmented document, which has no limit
 /// @param handlerName     `handlerNameLength` bytes; null only when that is 0. A terminating 0 is
 ///                        added when it is missing
 /// @param out             receives the track, which belongs to the writer; required
