@@ -53,6 +53,14 @@ bool IsPassedOver(uint32_t type) { return !BoxFactory::HasClass(type); }
 
 }  // namespace
 
+FragmentLoader::FragmentLoader(RootBox* root, QiroK7MStream* stream,
+                               const QiroK7MAllocatorCallBacks* allocator)
+    : root_(root),
+      stream_(stream),
+      payload_(nullptr, {allocator}),
+      trafs_(K7MAllocator<Traf>(allocator)),
+      runs_(K7MAllocator<Run>(allocator)) {}
+
 bool FragmentLoader::Load(const BoxHeader& moof) {
   if (root_->GetParsedMvexBox() == nullptr || !ReadPayload(moof) ||
       !List({payload_.get(), payloadSize_}) || !ResolveDefaults()) {
@@ -78,7 +86,8 @@ bool FragmentLoader::ReadPayload(const BoxHeader& moof) {
   }
   if (payloadSize_ > payloadCapacity_) {
     payloadCapacity_ = 0;
-    payload_.reset(new uint8_t[payloadSize_]);
+    payload_.reset();
+    payload_ = root_->AllocateForFragment(payloadSize_);
     payloadCapacity_ = payloadSize_;
   }
   return stream_->ReadSome(payload_.get(), payloadSize_) == payloadSize_;

@@ -3,8 +3,8 @@
 #include <memory>
 #include <optional>
 #include <span>
-#include <vector>
 
+#include "base/allocation.h"
 #include "boxes/box_header.h"
 #include "boxes/tfhd_box.h"
 #include "boxes/track_fragments.h"
@@ -14,13 +14,20 @@ namespace qiro::k7m::impl {
 class MvexBox;
 class RootBox;
 
+/// A block for a fragment in the client's memory.
+struct FragmentMemoryRelease {
+  const QiroK7MAllocatorCallBacks* callBacks;
+  void operator()(uint8_t* block) const { ReleaseThrough(callBacks, block); }
+};
+using FragmentMemory = std::unique_ptr<uint8_t, FragmentMemoryRelease>;
+
 /// Takes the samples of a movie fragment straight from the bytes of its 'moof', read at once, and
 /// makes no boxes. That is for fragments of the ordinary form, in which nothing is missing, wrong
 /// or unusual: what every other means is said by the boxes alone.
 class FragmentLoader {
  public:
-  /// The document's movie box has been read. Not owned.
-  FragmentLoader(RootBox* root, QiroK7MStream* stream) : root_(root), stream_(stream) {}
+  /// Not owned. The callbacks outlive the object.
+  FragmentLoader(RootBox* root, QiroK7MStream* stream, const QiroK7MAllocatorCallBacks* allocator);
 
   /// False when the fragment is not of the ordinary form: then it is still to be parsed.
   bool Load(const BoxHeader& moof);
@@ -60,12 +67,12 @@ class FragmentLoader {
 
   RootBox* root_;
   QiroK7MStream* stream_;
-  std::unique_ptr<uint8_t[]> payload_;
+  FragmentMemory payload_;
   size_t payloadCapacity_ = 0;
   size_t payloadSize_ = 0;
   /// Of the fragment that is being loaded.
-  std::vector<Traf> trafs_;
-  std::vector<Run> runs_;
+  K7MVector<Traf> trafs_;
+  K7MVector<Run> runs_;
 };
 
 }  // namespace qiro::k7m::impl

@@ -24,7 +24,7 @@ RootBox::RootBox(QiroK7MStream* stream, uint32_t readRules, KeptBoxes kept,
       readRules_(readRules),
       kept_(kept),
       fragments_(K7MAllocator<TrackFragments>(allocator)),
-      loader_(this, stream),
+      loader_(this, stream, GetAllocator()),
       fragmentMemory_(K7MAllocator<FragmentMemory>(allocator)) {}
 
 void RootBox::AddChildBox(std::unique_ptr<Box> child) {

@@ -36,13 +36,6 @@ enum class KeptBoxes : uint32_t {
   kAllButFragments,
 };
 
-/// Memory for the runs of a fragment.
-struct FragmentMemoryRelease {
-  const QiroK7MAllocatorCallBacks* callBacks;
-  void operator()(uint8_t* block) const { ReleaseThrough(callBacks, block); }
-};
-using FragmentMemory = std::unique_ptr<uint8_t, FragmentMemoryRelease>;
-
 /// The whole document: a box without a header whose children are the top-level boxes parsed so far.
 /// It grows as they are added.
 class RootBox final : public Box {
