@@ -42,7 +42,8 @@ class CttsBox final : public TableBox {
   CttsIterator FindBySampleNumber(uint32_t number) const;
 
  private:
-  RecordTable<CttsEntry> runs_;
+  RecordTable<CompactCttsEntry> runs_;
+  uint32_t afterLastSample_ = 1;  ///< The number behind the last sample of `runs_`.
 
   PendingRun pending_;
 };

@@ -61,9 +61,7 @@ StscIterator StscBox::FindBySampleNumber(uint32_t number) const {
   const ChunkEntry* const end = first + usedRuns_;
   ChunkEntry wanted;
   wanted.firstSample = number;
-  const ChunkEntry* run = FindLastAtOrBefore(
-      first, end, wanted,
-      [](const ChunkEntry& a, const ChunkEntry& b) { return CompareBySampleNumber(a, b); });
+  const ChunkEntry* run = FindLastAtOrBefore(first, end, wanted, CompareBySampleNumber<ChunkEntry>);
   while (run != end && run != first && !run->HasSamples()) {
     --run;
   }

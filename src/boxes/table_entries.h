@@ -68,14 +68,15 @@ struct CttsEntry {
   uint32_t count = 0;
   uint32_t compositionOffset = 0;
   uint32_t firstSample = 1;
-  uint32_t emptyBehind = 0;  ///< As in CompactSttsEntry.
 
-  bool HasSamples() const { return count != 0; }
   CttsEntry Get(uint32_t index) const { return {count, compositionOffset, firstSample + index}; }
 };
-inline bool CompareBySampleNumber(const CttsEntry& a, const CttsEntry& b) {
-  return a.firstSample <= b.firstSample;
-}
+
+/// The same as it is kept: there are many of them. Where the next one starts tells the count.
+struct CompactCttsEntry {
+  uint32_t firstSample;
+  uint32_t compositionOffset;
+};
 
 /// Where one sample lies.
 struct StscEntry {
@@ -104,7 +105,10 @@ struct ChunkEntry {
     return (number - firstSample) / samplesPerChunk;
   }
 };
-inline bool CompareBySampleNumber(const ChunkEntry& a, const ChunkEntry& b) {
+
+/// Orders runs of composition offsets or of chunks.
+template <class Run>
+bool CompareBySampleNumber(const Run& a, const Run& b) {
   return a.firstSample <= b.firstSample;
 }
 
