@@ -21,19 +21,18 @@ bool DocIterator::HasMoreEntries() { return pendingCount_ != 0 || !failed_.empty
 
 std::unique_ptr<Sample> DocIterator::GetNextSample() {
   if (!failed_.empty()) {
-    const size_t track = failed_.back();
+    const QiroK7MError failure = failed_.back()->failure;
     failed_.pop_back();
-    ThrowException(tracks_[track].failure);
+    ThrowException(failure);
   }
-  const size_t earliest = FindEarliest();
-  if (earliest == tracks_.size()) {
+  TrackState* const earliest = FindEarliest();
+  if (earliest == nullptr) {
     return nullptr;
   }
-  TrackState& track = tracks_[earliest];
-  std::unique_ptr<Sample> chosen = std::move(track.pending);
+  std::unique_ptr<Sample> chosen = std::move(earliest->pending);
   --pendingCount_;
-  Fetch(track);
-  if (track.failure != kQiroK7MErrorNone) {
+  Fetch(*earliest);
+  if (earliest->failure != kQiroK7MErrorNone) {
     failed_.push_back(earliest);
   }
   Requeue();
@@ -44,7 +43,10 @@ void DocIterator::Start() {
   // Later on nothing is allocated here: at most one entry a track.
   queue_.reserve(tracks_.size());
   failed_.reserve(tracks_.size());
-  for (size_t track = 0; track < tracks_.size(); ++track) {
+  if (largestTimeScale_ != 0) {
+    latestTime_ = std::numeric_limits<uint64_t>::max() / largestTimeScale_;
+  }
+  for (TrackState& track : tracks_) {
     Queue(track);
   }
 }
@@ -57,64 +59,63 @@ void DocIterator::Fetch(TrackState& track) {
   }
 }
 
-bool DocIterator::CanWrap(const TrackState& track) const {
-  return track.timeScale == 0 ||
-         track.time > std::numeric_limits<uint64_t>::max() / largestTimeScale_;
+bool DocIterator::IsBefore(const TrackState& track, const TrackState& other) {
+  const uint64_t time = track.time * other.timeScale;
+  const uint64_t otherTime = other.time * track.timeScale;
+  return time < otherTime || (time == otherTime && &track < &other);
 }
 
-bool DocIterator::IsBefore(size_t track, size_t other) const {
-  const uint64_t time = tracks_[track].time * tracks_[other].timeScale;
-  const uint64_t otherTime = tracks_[other].time * tracks_[track].timeScale;
-  return time < otherTime || (time == otherTime && track < other);
-}
-
-void DocIterator::Queue(size_t track) {
-  if (!isQueued_ || CanWrap(tracks_[track])) {
+void DocIterator::Queue(TrackState& track) {
+  if (!isQueued_ || CanWrap(track)) {
     isQueued_ = false;
     return;
   }
-  queue_.push_back(track);
+  queue_.push_back(&track);
   std::push_heap(queue_.begin(), queue_.end(),
-                 [this](size_t a, size_t b) { return IsBefore(b, a); });
+                 [](const TrackState* a, const TrackState* b) { return IsBefore(*b, *a); });
 }
 
 void DocIterator::Requeue() {
   if (!isQueued_) {
     return;
   }
-  if (tracks_[queue_.front()].pending == nullptr) {
-    queue_.front() = queue_.back();
+  TrackState* moved = queue_.front();
+  if (moved->pending == nullptr) {
+    moved = queue_.back();
     queue_.pop_back();
-  } else if (CanWrap(tracks_[queue_.front()])) {
+  } else if (CanWrap(*moved)) {
     isQueued_ = false;
     return;
   }
+  const size_t count = queue_.size();
   size_t place = 0;
-  for (size_t child = 1; child < queue_.size(); child = 2 * place + 1) {
-    if (child + 1 < queue_.size() && IsBefore(queue_[child + 1], queue_[child])) {
+  for (size_t child = 1; child < count; child = 2 * place + 1) {
+    if (child + 1 < count && IsBefore(*queue_[child + 1], *queue_[child])) {
       ++child;
     }
-    if (IsBefore(queue_[place], queue_[child])) {
-      return;
+    if (IsBefore(*moved, *queue_[child])) {
+      break;
     }
-    std::swap(queue_[place], queue_[child]);
+    queue_[place] = queue_[child];
     place = child;
+  }
+  if (count != 0) {
+    queue_[place] = moved;
   }
 }
 
-size_t DocIterator::FindEarliest() const {
+DocIterator::TrackState* DocIterator::FindEarliest() {
   if (!isQueued_) {
     return FindEarliestByScan();
   }
-  return queue_.empty() ? tracks_.size() : queue_.front();
+  return queue_.empty() ? nullptr : queue_.front();
 }
 
-size_t DocIterator::FindEarliestByScan() const {
-  size_t earliest = tracks_.size();
-  for (size_t track = 0; track < tracks_.size(); ++track) {
-    if (tracks_[track].pending != nullptr &&
-        (earliest == tracks_.size() || IsBefore(track, earliest))) {
-      earliest = track;
+DocIterator::TrackState* DocIterator::FindEarliestByScan() {
+  TrackState* earliest = nullptr;
+  for (TrackState& track : tracks_) {
+    if (track.pending != nullptr && (earliest == nullptr || IsBefore(track, *earliest))) {
+      earliest = &track;
     }
   }
   return earliest;

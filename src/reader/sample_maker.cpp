@@ -9,24 +9,11 @@ SampleMaker::SampleMaker(Track* track, SampleDataCache* cache) : track_(track), 
   common_.mediaType = track->GetMediaType();
 }
 
-SampleDescriptor* SampleMaker::DescriptorOf(uint32_t index) {
-  if (index != descriptionIndex_) {
-    const StsdBox* stsd = track_->GetTrakBox()->GetStsdBox();
-    const K7MSampleEntry* entry = stsd == nullptr ? nullptr : stsd->GetSampleEntry(index);
-    descriptor_ = entry == nullptr ? nullptr : entry->GetSampleDescriptor();
-    descriptionIndex_ = index;
-  }
-  return descriptor_;
-}
-
-std::unique_ptr<Sample> SampleMaker::Make(uint64_t timeStamp, const Record& record) {
-  QiroK7MSampleInfo info = common_;
-  info.timeStamp = timeStamp;
-  info.sampleSize = record.size;
-  info.compositionOffset = record.compositionOffset;
-  info.flags = record.flags;
-  return std::make_unique<Sample>(info, record.dataOffset, DescriptorOf(record.descriptionIndex),
-                                  track_, cache_);
+void SampleMaker::TakeDescriptor(uint32_t index) {
+  const StsdBox* stsd = track_->GetTrakBox()->GetStsdBox();
+  const K7MSampleEntry* entry = stsd == nullptr ? nullptr : stsd->GetSampleEntry(index);
+  descriptor_ = entry == nullptr ? nullptr : entry->GetSampleDescriptor();
+  descriptionIndex_ = index;
 }
 
 std::unique_ptr<Sample> SampleMaker::MakeGap(uint64_t timeStamp) const {

@@ -22,12 +22,22 @@ class SampleMaker {
     uint32_t descriptionIndex;  ///< From 1.
   };
   /// The sample has no descriptor when the index names none.
-  std::unique_ptr<Sample> Make(uint64_t timeStamp, const Record& record);
+  std::unique_ptr<Sample> Make(uint64_t timeStamp, const Record& record) {
+    if (record.descriptionIndex != descriptionIndex_) {
+      TakeDescriptor(record.descriptionIndex);
+    }
+    QiroK7MSampleInfo info = common_;
+    info.timeStamp = timeStamp;
+    info.sampleSize = record.size;
+    info.compositionOffset = record.compositionOffset;
+    info.flags = record.flags;
+    return std::make_unique<Sample>(info, record.dataOffset, descriptor_, track_, cache_);
+  }
   /// What an empty edit gives.
   std::unique_ptr<Sample> MakeGap(uint64_t timeStamp) const;
 
  private:
-  SampleDescriptor* DescriptorOf(uint32_t index);
+  void TakeDescriptor(uint32_t index);
 
   Track* track_;
   SampleDataCache* cache_;
