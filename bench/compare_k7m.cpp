@@ -61,7 +61,8 @@ void VisitAll(FlatStream& stream, bool withBytes) {
   QiroK7MCloseReader(reader);
 }
 
-/// Opens, takes one sample in the middle, and closes.
+/// Opens, takes one sample in the middle, and closes. A range is one of the presentation: the
+/// file's track headers must say how long the tracks are, also when their samples lie in fragments.
 void OneSample(FlatStream& stream) {
   const Measure measure;
   QiroK7MReader* reader = Open(stream);

@@ -55,6 +55,14 @@ constexpr auto kCatalogue =
                   StszBox, SttsBox, TfhdBox, TkhdBox, TrafBox, TrakBox, TrefBox, TrexBox, TrunBox,
                   UrlBox, VmhdBox>();
 
+/// Null for a type without a class.
+const CatalogueEntry* FindEntry(uint32_t type) {
+  const auto* const entry = std::lower_bound(
+      kCatalogue.begin(), kCatalogue.end(), type,
+      [](const CatalogueEntry& candidate, uint32_t wanted) { return candidate.type < wanted; });
+  return entry != kCatalogue.end() && entry->type == type ? entry : nullptr;
+}
+
 constexpr std::array kKnownTypes = {
     FourCc("co64"), FourCc("ctts"), FourCc("dinf"), FourCc("dref"), FourCc("edts"), FourCc("elst"),
     FourCc("ftyp"), FourCc("hdlr"), FourCc("mdat"), FourCc("mdhd"), FourCc("mdia"), FourCc("mehd"),
@@ -98,17 +106,16 @@ BoxFactory& BoxFactory::Instance() {
 
 std::unique_ptr<Box> BoxFactory::CreateBox(QiroK7MStream* stream, const BoxHeader& header,
                                            const QiroK7MAllocatorCallBacks* allocator) const {
-  const auto entry = std::lower_bound(
-      kCatalogue.begin(), kCatalogue.end(), header.GetBoxType(),
-      [](const CatalogueEntry& candidate, uint32_t type) { return candidate.type < type; });
-  return entry != kCatalogue.end() && entry->type == header.GetBoxType()
-             ? entry->create(stream, header, allocator)
-             : Create<Box>(stream, header, allocator);
+  const CatalogueEntry* entry = FindEntry(header.GetBoxType());
+  return entry == nullptr ? Create<Box>(stream, header, allocator)
+                          : entry->create(stream, header, allocator);
 }
 
 bool BoxFactory::IsKnownBox(uint32_t type) const {
   return std::find(kKnownTypes.begin(), kKnownTypes.end(), type) != kKnownTypes.end();
 }
+
+bool BoxFactory::HasClass(uint32_t type) { return FindEntry(type) != nullptr; }
 
 bool BoxFactory::IsSkipBox(const BoxHeader& header) {
   return header.GetBoxType() == FourCc("skip") || header.GetBoxType() == FourCc("free");

@@ -19,6 +19,8 @@ class BoxFactory {
   /// Deliberately not the same as "has a class of its own": 'pdin' is known and has none; 'hint',
   /// 'tref' and 'uuid' have one and are not known.
   bool IsKnownBox(uint32_t type) const;
+  /// False for a type whose boxes are plain ones.
+  static bool HasClass(uint32_t type);
   /// True for 'skip' and 'free'.
   static bool IsSkipBox(const BoxHeader& header);
   /// True for the types whose children are parsed.

@@ -12,7 +12,7 @@ template <uint32_t kBoxType, class Offset>
 ChunkOffsetBox<kBoxType, Offset>::ChunkOffsetBox(QiroK7MStream* stream, uint32_t maxChunkCount,
                                                  const QiroK7MAllocatorCallBacks* allocator)
     : TableBox(stream, kType, sizeof(uint32_t), kEntrySize, maxChunkCount, allocator),
-      entries_(K7MAllocator<ChunkOffsetEntry>(allocator)) {
+      entries_(GetAllocator()) {
   ThrowIf(maxChunkCount > kMaxEntryCount, kQiroK7MErrorEntryCountTooLarge);
 }
 
@@ -29,23 +29,21 @@ void ChunkOffsetBox<kBoxType, Offset>::ReadExtensionPayloadData() {
   const uint32_t count = Stream().ReadDWORD();
   ThrowIf(count > kMaxEntryCount, kQiroK7MErrorEntryCountTooLarge);
   ThrowIf(!CanRead(count * kEntrySize), kQiroK7MErrorBoxTruncated);
-  ReadTableInto(Stream(), entries_, count, kEntrySize, [](const uint8_t* bytes) {
-    return ChunkOffsetEntry{LoadBigEndian<Offset>(bytes)};
-  });
+  ReadRecords(Stream(), entries_, count, kEntrySize,
+              [](const uint8_t* bytes) { return LoadBigEndian<Offset>(bytes); });
 }
 
 template <uint32_t kBoxType, class Offset>
 void ChunkOffsetBox<kBoxType, Offset>::Describe(FieldSink& sink) {
-  DescribeTable(sink, "entries", entries_, [&sink](const ChunkOffsetEntry& entry) {
-    sink.Number("chunk_offset", entry.offset);
-  });
+  DescribeTable(sink, "entries", entries_,
+                [&sink](Offset offset) { sink.Number("chunk_offset", offset); });
 }
 
 template <uint32_t kBoxType, class Offset>
-Iterator<ChunkOffsetEntry> ChunkOffsetBox<kBoxType, Offset>::FindByChunkNumber(
-    uint32_t chunk) const {
-  const ChunkOffsetEntry* const end = entries_.data() + entries_.size();
-  return {chunk >= 1 && chunk <= entries_.size() ? entries_.data() + chunk - 1 : end, end};
+ChunkOffsetIterator ChunkOffsetBox<kBoxType, Offset>::FindByChunkNumber(uint32_t chunk) const {
+  const bool isInTable = chunk >= 1 && chunk <= entries_.size();
+  return ChunkOffsetIterator(isInTable ? entries_.begin() + chunk - 1 : entries_.end(),
+                             entries_.end());
 }
 
 template class ChunkOffsetBox<FourCc("stco"), uint32_t>;

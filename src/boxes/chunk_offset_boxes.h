@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/record_table.h"
 #include "boxes/table_box.h"
 #include "boxes/table_iterators.h"
 
@@ -11,7 +12,7 @@ class IChunkOffsetBox {
   virtual ~IChunkOffsetBox() = default;
 
   /// From the given chunk, counted from 1, on; no entries outside the table.
-  virtual Iterator<ChunkOffsetEntry> FindByChunkNumber(uint32_t chunk) const = 0;
+  virtual ChunkOffsetIterator FindByChunkNumber(uint32_t chunk) const = 0;
 };
 
 /// Chunk offsets (ISO/IEC 14496-12 8.7.5), in 'stbl'. `Offset` is their type in the file.
@@ -23,7 +24,7 @@ class ChunkOffsetBox final : public TableBox, public IChunkOffsetBox {
 
   ChunkOffsetBox(QiroK7MStream* stream, const BoxHeader& header,
                  const QiroK7MAllocatorCallBacks* allocator)
-      : TableBox(stream, header, allocator), entries_(K7MAllocator<ChunkOffsetEntry>(allocator)) {}
+      : TableBox(stream, header, allocator), entries_(GetAllocator()) {}
   /// Error 31 above 100000000 chunks.
   ChunkOffsetBox(QiroK7MStream* stream, uint32_t maxChunkCount,
                  const QiroK7MAllocatorCallBacks* allocator);
@@ -33,10 +34,10 @@ class ChunkOffsetBox final : public TableBox, public IChunkOffsetBox {
   void ReadExtensionPayloadData() override;
   void Describe(FieldSink& sink) override;
 
-  Iterator<ChunkOffsetEntry> FindByChunkNumber(uint32_t chunk) const override;
+  ChunkOffsetIterator FindByChunkNumber(uint32_t chunk) const override;
 
  private:
-  K7MVector<ChunkOffsetEntry> entries_;
+  RecordTable<Offset> entries_;
 };
 
 using StcoBox = ChunkOffsetBox<FourCc("stco"), uint32_t>;

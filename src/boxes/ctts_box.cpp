@@ -9,7 +9,7 @@ namespace qiro::k7m::impl {
 CttsBox::CttsBox(QiroK7MStream* stream, uint32_t maxSampleCount,
                  const QiroK7MAllocatorCallBacks* allocator)
     : TableBox(stream, kType, sizeof(uint32_t), kEntrySize, maxSampleCount, allocator),
-      runs_(K7MAllocator<CttsEntry>(allocator)) {
+      runs_(GetAllocator()) {
   ThrowIf(maxSampleCount > kMaxEntryCount, kQiroK7MErrorTooManyEntries);
 }
 
@@ -36,34 +36,29 @@ void CttsBox::ReadExtensionPayloadData() {
   const uint32_t count = Stream().ReadDWORD();
   ThrowIf(count > kMaxEntryCount, kQiroK7MErrorTooManyEntries);
   ThrowIf(!CanRead(count * kEntrySize), kQiroK7MErrorBoxTruncated);
-  uint32_t nextSample = 1;
-  ReadTableInto(Stream(), runs_, count, kEntrySize, [&nextSample](const uint8_t* bytes) {
-    const CttsEntry run{LoadBigEndian<uint32_t>(bytes), LoadBigEndian<uint32_t>(bytes + 4),
-                        nextSample, 0};
-    nextSample += run.count;
-    ThrowIf(nextSample < run.firstSample, kQiroK7MErrorCttsCount);
+  ReadRecords(Stream(), runs_, count, kEntrySize, [&](const uint8_t* bytes) {
+    const CompactCttsEntry run{afterLastSample_, LoadBigEndian<uint32_t>(bytes + 4)};
+    afterLastSample_ += LoadBigEndian<uint32_t>(bytes);
+    ThrowIf(afterLastSample_ < run.firstSample, kQiroK7MErrorCttsCount);
     return run;
   });
-  CountEmptyRuns(runs_);
 }
 
 void CttsBox::Describe(FieldSink& sink) {
-  DescribeTable(sink, "entries", runs_, [&sink](const CttsEntry& run) {
-    sink.Number("sample_count", run.count);
+  DescribeTable(sink, "entries", runs_, [this, &sink](const CompactCttsEntry& run) {
+    const CompactCttsEntry* const next = &run + 1;
+    const uint32_t end = next == runs_.end() ? afterLastSample_ : next->firstSample;
+    sink.Number("sample_count", end - run.firstSample);
     sink.SignedNumber("sample_offset", static_cast<int32_t>(run.compositionOffset));
   });
 }
 
 CttsIterator CttsBox::FindBySampleNumber(uint32_t number) const {
-  const CttsEntry* const first = runs_.data();
-  const CttsEntry* const end = first + runs_.size();
-  CttsEntry wanted;
-  wanted.firstSample = number;
-  const auto* const run = FindLastAtOrBefore(
-      first, end, wanted,
-      [](const CttsEntry& a, const CttsEntry& b) { return CompareBySampleNumber(a, b); });
-  return run == end ? CttsIterator()
-                    : CttsIterator(run, end - 1, number - run->firstSample, (end - 1)->count);
+  const auto* const run =
+      FindLastAtOrBefore(runs_.begin(), runs_.end(), CompactCttsEntry{number, 0},
+                         CompareBySampleNumber<CompactCttsEntry>);
+  return run == runs_.end() ? CttsIterator()
+                            : CttsIterator(run, runs_.end(), number, afterLastSample_);
 }
 
 }  // namespace qiro::k7m::impl

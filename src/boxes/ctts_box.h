@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/record_table.h"
 #include "boxes/run_length.h"
 #include "boxes/table_box.h"
 #include "boxes/table_iterators.h"
@@ -14,7 +15,7 @@ class CttsBox final : public TableBox {
 
   CttsBox(QiroK7MStream* stream, const BoxHeader& header,
           const QiroK7MAllocatorCallBacks* allocator)
-      : TableBox(stream, header, allocator), runs_(K7MAllocator<CttsEntry>(allocator)) {}
+      : TableBox(stream, header, allocator), runs_(GetAllocator()) {}
 
   /// Error 9 above 100000000 samples.
   CttsBox(QiroK7MStream* stream, uint32_t maxSampleCount,
@@ -41,7 +42,8 @@ class CttsBox final : public TableBox {
   CttsIterator FindBySampleNumber(uint32_t number) const;
 
  private:
-  K7MVector<CttsEntry> runs_;
+  RecordTable<CompactCttsEntry> runs_;
+  uint32_t afterLastSample_ = 1;  ///< The number behind the last sample of `runs_`.
 
   PendingRun pending_;
 };

@@ -6,23 +6,20 @@
 #include "boxes/root_box.h"
 
 namespace qiro::k7m::impl {
-namespace {
-
-constexpr uint32_t kTfdtType = FourCc("tfdt");
-
-}  // namespace
 
 TrafBox::TrafBox(QiroK7MStream* stream, const BoxHeader& header,
                  const QiroK7MAllocatorCallBacks* allocator)
     : Box(stream, header, allocator),
       truns_(K7MAllocator<TrunBox*>(allocator)),
-      newRuns_(K7MAllocator<std::unique_ptr<TrunBox>>(allocator)) {}
+      newRuns_(K7MAllocator<std::unique_ptr<TrunBox>>(allocator)),
+      runs_(GetAllocator()) {}
 
 TrafBox::TrafBox(QiroK7MStream* stream, uint32_t trackId, uint64_t baseDataOffset,
                  uint32_t descriptionIndex, const QiroK7MAllocatorCallBacks* allocator)
     : Box(stream, kType, allocator),
       truns_(K7MAllocator<TrunBox*>(allocator)),
-      newRuns_(K7MAllocator<std::unique_ptr<TrunBox>>(allocator)) {
+      newRuns_(K7MAllocator<std::unique_ptr<TrunBox>>(allocator)),
+      runs_(GetAllocator()) {
   TrafBox::AddChildBox(
       MakeBox<TfhdBox>(allocator, stream, trackId, baseDataOffset, descriptionIndex));
 }
@@ -38,7 +35,7 @@ bool TrafBox::AddSample(const SampleInfoTrun& sample) {
   }
   newRuns_.back()->AddSample(sample);
   lastTime_ = sample.timeStamp;
-  ++sampleCount_;
+  ++fragment_.sampleCount;
   return startsRun;
 }
 
@@ -74,48 +71,37 @@ void TrafBox::CompleteReadChildBoxes(RootBox* root, bool validate) {
   const TrexBox* trex = mvex->GetDefaultsForTrack(tfhd_->GetTrackId());
   ThrowIf(trex == nullptr, kQiroK7MErrorNoTrackExtends);
   tfhd_->ApplyDefaults(*trex);
-  startTime_ = StartTime(*root);
+  fragment_.descriptionIndex = tfhd_->GetSDId();
+  fragment_.Start(StartTime(*root));
   CompleteRuns(root, validate);
-  root->NoteTrackFragment(*this);
+  if (HasSamples()) {
+    root->AnnounceFragment(GetTrackId(), fragment_.endTime);
+  }
 }
 
 void TrafBox::CompleteRuns(RootBox* root, bool validate) {
-  const uint64_t base = BaseDataOffset(*root);
+  const uint64_t base = root->BaseDataOffset(tfhd_->GetFields());
   const bool runsFollowEachOther = root->Resolves(ReadRule::kBaseOffsets);
   uint64_t dataEnd = base;
-  endTime_ = startTime_;
   for (const auto& child : Children()) {
     if (child->GetBoxType() == TrunBox::kType) {
       auto* trun = static_cast<TrunBox*>(child.get());
-      trun->SetContext(base, runsFollowEachOther ? dataEnd : base, tfhd_->GetDefaults());
+      trun->SetContext(base, runsFollowEachOther ? dataEnd : base, tfhd_->GetFields().defaults);
       trun->CompleteRead(root, validate);
-      trun->UpdateSampleTimeStamps(endTime_);
-      timesWrap_ = timesWrap_ || trun->EndTime() < endTime_;
-      endTime_ = trun->EndTime();
+      fragment_.Lengthen(*trun);
       dataEnd = trun->DataEnd();
-      sampleCount_ += trun->GetSampleCount();
     } else if (child.get() != tfhd_) {
       child->CompleteRead(root, validate);
     }
   }
   std::erase_if(truns_, [](const TrunBox* trun) { return trun->GetSampleCount() == 0; });
+  runs_.MakeRoom(truns_.size());
+  for (const TrunBox* trun : truns_) {
+    runs_.push_back(*trun);
+  }
+  fragment_.runs = runs_.data();
+  fragment_.runCount = static_cast<uint32_t>(runs_.size());
   root->NoteDataEnd(dataEnd);
-}
-
-size_t TrafBox::FindRunEndingAtOrAfter(uint64_t time) const {
-  if (timesWrap_) {
-    return 0;
-  }
-  const auto found = std::partition_point(
-      truns_.begin(), truns_.end(), [time](const TrunBox* trun) { return trun->EndTime() < time; });
-  return static_cast<size_t>(found - truns_.begin());
-}
-
-uint64_t TrafBox::BaseDataOffset(const RootBox& root) const {
-  if (tfhd_->HasMdatOffset() || !root.Resolves(ReadRule::kBaseOffsets)) {
-    return tfhd_->GetMdatOffset();
-  }
-  return root.DefaultBaseDataOffset((tfhd_->GetFlags() & TfhdBox::kDefaultBaseIsMoof) != 0);
 }
 
 uint64_t TrafBox::StartTime(const RootBox& root) {
@@ -132,7 +118,7 @@ uint64_t TrafBox::StartTime(const RootBox& root) {
 uint64_t TrafBox::ReadStartTime(Box& tfdt) {
   SeekTo(tfdt.GetBeginOffset() + tfdt.GetBoxHeader().GetHeaderSize());
   ThrowIf(!tfdt.CanRead(FullBox::kVersionAndFlagsSize), kQiroK7MErrorBadFullBoxHeader);
-  const bool isWide = Stream().ReadDWORD() >> 24 == 1;
+  const bool isWide = IsStartTimeWide(Stream().ReadDWORD());
   ThrowIf(!tfdt.CanRead(isWide ? sizeof(uint64_t) : sizeof(uint32_t)), kQiroK7MErrorBoxTruncated);
   return isWide ? Stream().ReadDDWORD() : Stream().ReadDWORD();
 }

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "boxes/field_box.h"
+#include "boxes/tfhd_box.h"
+#include "boxes/track_fragments.h"
 #include "boxes/trun_box.h"
 
 namespace qiro::k7m::impl {
@@ -32,6 +34,8 @@ class MfhdBox final : public FieldBox<MfhdBox, FullBox> {
 class TrafBox final : public Box {
  public:
   static constexpr uint32_t kType = FourCc("traf");
+  /// The start time (ISO/IEC 14496-12 8.8.12). It is a plain box unless it is asked for.
+  static constexpr uint32_t kTfdtType = FourCc("tfdt");
 
   TrafBox(QiroK7MStream* stream, const BoxHeader& header,
           const QiroK7MAllocatorCallBacks* allocator);
@@ -58,20 +62,20 @@ class TrafBox final : public Box {
   uint32_t GetSDId() const { return tfhd_ == nullptr ? 0 : tfhd_->GetSDId(); }
   /// In file order; of those that were read, only the ones with samples.
   const K7MVector<TrunBox*>& GetTruns() const { return truns_; }
-  /// The index of the first run that can hold a sample at or after a decode time.
-  size_t FindRunEndingAtOrAfter(uint64_t time) const;
-  bool HasSamples() const { return sampleCount_ != 0; }
-  uint64_t GetSampleCount() const { return sampleCount_; }
+  /// Whether a 'tfdt' with this word of version and flags has 64 bits.
+  static bool IsStartTimeWide(uint32_t word) { return word >> 24 == 1; }
+
+  /// Its samples, when it was read.
+  const TrackFragment& GetFragment() const { return fragment_; }
+  bool HasSamples() const { return fragment_.sampleCount != 0; }
+  uint64_t GetSampleCount() const { return fragment_.sampleCount; }
   /// Both need a sample.
-  uint64_t GetFirstSampleTimeStamp() const { return startTime_; }
-  uint64_t GetLastSampleEndTime() const { return endTime_; }
-  /// The sum of the durations passed 64 bits, so that the times are in no order.
-  bool TimesWrap() const { return timesWrap_; }
+  uint64_t GetFirstSampleTimeStamp() const { return fragment_.startTime; }
+  uint64_t GetLastSampleEndTime() const { return fragment_.endTime; }
+  bool TimesWrap() const { return fragment_.timesWrap; }
 
  private:
-  uint64_t BaseDataOffset(const RootBox& root) const;
   uint64_t StartTime(const RootBox& root);
-  /// What a 'tfdt' (ISO/IEC 14496-12 8.8.12) says. It is a plain box unless it is asked for.
   uint64_t ReadStartTime(Box& tfdt);
   void CompleteRuns(RootBox* root, bool validate);
 
@@ -80,10 +84,9 @@ class TrafBox final : public Box {
   /// Writing form: runs before they are children.
   K7MVector<std::unique_ptr<TrunBox>> newRuns_;
   uint64_t lastTime_ = 0;
-  uint64_t startTime_ = 0;
-  uint64_t endTime_ = 0;
-  uint64_t sampleCount_ = 0;
-  bool timesWrap_ = false;
+  /// Of a box that was read: its samples, and their runs.
+  TrackFragment fragment_;
+  RecordTable<TrackRun> runs_;
 };
 
 /// Movie fragment ('moof', ISO/IEC 14496-12 8.8.4), at the top level.

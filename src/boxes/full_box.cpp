@@ -25,7 +25,7 @@ void FullBox::ReadCommonPayloadData() {
   ThrowIf(!CanRead(kVersionAndFlagsSize), kQiroK7MErrorBadFullBoxHeader);
   const uint32_t word = Stream().ReadDWORD();
   version_ = static_cast<uint8_t>(word >> 24);
-  flags_ = word & 0xFFFFFF;
+  flags_ = FlagsOf(word);
 }
 
 void FullBox::UpdateVersioned(uint64_t offset, uint64_t value) {

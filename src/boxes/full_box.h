@@ -19,6 +19,9 @@ class FullBox : public Box {
   void ReadCommonPayloadData() override;
   void AccountForPayload() override;
 
+  /// The flags in the word that holds them and the version.
+  static uint32_t FlagsOf(uint32_t word) { return word & 0xFFFFFF; }
+
   uint8_t GetVersion() const { return version_; }
   uint32_t GetFlags() const { return flags_; }
 

@@ -9,11 +9,6 @@ std::unique_ptr<Box> K7MParser::Create(const BoxHeader& header) {
   return BoxFactory::Instance().CreateBox(stream_, header, root_->GetAllocator());
 }
 
-std::unique_ptr<Box> K7MParser::ParseFile() {
-  const auto header = BoxHeader::Parse(*stream_, nullptr);
-  return header ? Create(*header) : nullptr;
-}
-
 std::unique_ptr<Box> K7MParser::ParseFile(uint32_t type) {
   const auto header = BoxHeader::ParseForBox(*stream_, type, nullptr);
   return header ? Create(*header) : nullptr;

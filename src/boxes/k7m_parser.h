@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "boxes/box.h"
 
@@ -23,8 +24,10 @@ class K7MParser {
     return static_cast<int64_t>(position - StreamPosition());
   }
 
-  /// The box whose header stands at the position; none when there is none.
-  std::unique_ptr<Box> ParseFile();
+  /// The header at the position; none when there is none.
+  std::optional<BoxHeader> ParseHeader() { return BoxHeader::Parse(*stream_, nullptr); }
+  /// The box of a header.
+  std::unique_ptr<Box> Create(const BoxHeader& header);
   /// The next box of a type from the position on; none when the stream ends first.
   std::unique_ptr<Box> ParseFile(uint32_t type);
   /// Reads all children of a container, with their children. Does nothing for other boxes.
@@ -32,7 +35,6 @@ class K7MParser {
 
  private:
   void ParseChildren(Box* box, uint32_t level);
-  std::unique_ptr<Box> Create(const BoxHeader& header);
 
   QiroK7MStream* stream_;
   const RootBox* root_;

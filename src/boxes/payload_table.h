@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/record_table.h"
 #include "base/stream.h"
 
 namespace qiro::k7m::impl {
@@ -39,6 +40,27 @@ void ReserveMore(Vector& table, uint64_t more) {
   const uint64_t needed = table.size() + more;
   if (needed > table.capacity()) {
     table.reserve(table.empty() ? needed : std::max<uint64_t>(needed, table.capacity() * 2));
+  }
+}
+
+/// Reads `count` entries of `entrySize` bytes into `table`, each block straight into its place;
+/// `decode(bytes)` makes one record.
+template <class Record, class Decode>
+void ReadRecords(QiroK7MStream& stream, RecordTable<Record>& table, uint64_t count,
+                 uint64_t entrySize, Decode decode) {
+  const uint64_t entriesPerBlock = kTableBlockSize / entrySize;
+  for (uint64_t rest = count; rest > 0;) {
+    const uint64_t entryCount = std::min(rest, entriesPerBlock);
+    Record* const records = table.MakeRoom(entryCount);
+    // The block ends where its records will end. A record is never smaller than its entry in the
+    // file, so that no entry is overwritten before it is decoded.
+    auto* bytes = reinterpret_cast<uint8_t*>(records + entryCount) - entryCount * entrySize;
+    stream.Read(bytes, entryCount * entrySize);
+    for (uint64_t i = 0; i < entryCount; ++i, bytes += entrySize) {
+      records[i] = decode(bytes);
+    }
+    table.Take(entryCount);
+    rest -= entryCount;
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include "boxes/fragment_boxes.h"
 #include "boxes/k7m_parser.h"
+#include "boxes/mdat_box.h"
 #include "boxes/movie_extends_boxes.h"
 #include "boxes/payload_table.h"
 #include "boxes/uuid_boxes.h"
@@ -17,12 +18,14 @@ BoxHeader EmptyExtent() {
 
 }  // namespace
 
-RootBox::RootBox(QiroK7MStream* stream, uint32_t readRules,
+RootBox::RootBox(QiroK7MStream* stream, uint32_t readRules, KeptBoxes kept,
                  const QiroK7MAllocatorCallBacks* allocator)
     : Box(stream, EmptyExtent(), allocator),
       readRules_(readRules),
+      kept_(kept),
       fragments_(K7MAllocator<TrackFragments>(allocator)),
-      inFragment_(K7MAllocator<InFragment>(allocator)) {}
+      loader_(this, stream, GetAllocator()),
+      fragmentMemory_(K7MAllocator<FragmentMemory>(allocator)) {}
 
 void RootBox::AddChildBox(std::unique_ptr<Box> child) {
   Box* box = child.get();
@@ -31,28 +34,46 @@ void RootBox::AddChildBox(std::unique_ptr<Box> child) {
   if (box->GetBoxType() == MoovBox::kType) {
     moov_ = static_cast<MoovBox*>(box);
   }
+  hasMdat_ = hasMdat_ || box->GetBoxType() == MdatBox::kType;
 }
 
 Box* RootBox::GetBoxByPos(size_t position) {
   while (Children().size() <= position) {
-    if (ParseNextBox() == nullptr) {
+    if (!ParseNext()) {
       return nullptr;
     }
   }
   return Children()[position].get();
 }
 
-Box* RootBox::ParseNextBox() {
+bool RootBox::ParseNext() {
   const uint64_t begin = GetEndOffset();
   if (begin > kMaxStreamOffset || !Stream().Reaches(begin)) {
-    return nullptr;
+    return false;
   }
   K7MParser parser(&Stream(), this);
   parser.SeekTo(begin);
-  auto box = parser.ParseFile();
-  if (box == nullptr) {
-    return nullptr;
+  const auto header = parser.ParseHeader();
+  if (!header) {
+    return false;
   }
+  if (kept_ == KeptBoxes::kAllButFragments && TakeWithoutBox(*header)) {
+    Grow(header->GetTotalBoxSize());
+  } else {
+    AddParsedBox(*header);
+  }
+  return true;
+}
+
+bool RootBox::TakeWithoutBox(const BoxHeader& header) {
+  if (header.GetBoxType() == MdatBox::kType) {
+    return hasMdat_;
+  }
+  return header.GetBoxType() == MoofBox::kType && loader_.Load(header);
+}
+
+void RootBox::AddParsedBox(const BoxHeader& header) {
+  auto box = K7MParser(&Stream(), this).Create(header);
   const bool isMoof = box->GetBoxType() == MoofBox::kType;
   if (isMoof && moov_ == nullptr) {
     LookAheadForMoov(box->GetEndOffset());
@@ -67,16 +88,12 @@ Box* RootBox::ParseNextBox() {
     box = Complete(std::move(box));
     ReserveMore(MutableChildren(), 1);
   }
-  if (isMoof) {
-    // From here on adding it cannot fail: a fragment that is there is among those of its tracks.
-    ReserveFragments();
-  }
-  Box* added = box.get();
+  // A fragment that is there is among those of its tracks: there is room for both.
+  const Box& added = *box;
   AddChildBox(std::move(box));
   if (isMoof) {
-    TakeFragments(static_cast<MoofBox&>(*added));
+    TakeFragments(static_cast<const MoofBox&>(added));
   }
-  return added;
 }
 
 void RootBox::LookAheadForMoov(uint64_t begin) {
@@ -95,7 +112,7 @@ std::unique_ptr<Box> RootBox::Complete(std::unique_ptr<Box> box) {
 }
 
 MoovBox* RootBox::GetMoovBox() {
-  while (moov_ == nullptr && ParseNextBox() != nullptr) {
+  while (moov_ == nullptr && ParseNext()) {
   }
   return moov_;
 }
@@ -127,7 +144,7 @@ const TrackFragments& RootBox::FragmentsOf(uint32_t trackId) {
 bool RootBox::ParseFragmentsBeyond(uint32_t trackId, size_t count) {
   const TrackFragments& fragments = FragmentsOf(trackId);
   while (fragments.Size() <= count) {
-    if (ParseNextBox() == nullptr) {
+    if (!ParseNext()) {
       return false;
     }
   }
@@ -147,7 +164,7 @@ std::optional<size_t> RootBox::FindFragment(uint32_t trackId, uint64_t time) {
         return found;
       }
     }
-    if (ParseNextBox() == nullptr) {
+    if (!ParseNext()) {
       return std::nullopt;
     }
   }
@@ -167,41 +184,44 @@ void RootBox::ForgetBehindMovie() {
 }
 
 void RootBox::BeginFragment(uint64_t moofOffset) {
-  inFragment_.clear();
+  ++moofNumber_;
   moofOffset_ = moofOffset;
   previousDataEnd_.reset();
 }
 
-void RootBox::NoteTrackFragment(const TrafBox& traf) {
-  if (traf.HasSamples()) {
-    InFragment& track = inFragment_.try_emplace(traf.GetTrackId()).first->second;
-    track.end = traf.GetLastSampleEndTime();
-    ++track.count;
-  }
+void RootBox::AnnounceFragment(uint32_t trackId, uint64_t endTime) {
+  fragments_.try_emplace(trackId, GetAllocator()).first->second.Announce(moofNumber_, endTime);
 }
 
 uint64_t RootBox::NextStartTime(uint32_t trackId) const {
-  if (const auto inFragment = inFragment_.find(trackId); inFragment != inFragment_.end()) {
-    return inFragment->second.end;
-  }
-  const auto earlier = fragments_.find(trackId);
-  return earlier == fragments_.end() ? 0 : earlier->second.NextStartTime();
+  const auto track = fragments_.find(trackId);
+  return track == fragments_.end() ? 0 : track->second.NextStartTime(moofNumber_);
 }
 
-void RootBox::ReserveFragments() {
-  for (const auto& [trackId, track] : inFragment_) {
-    fragments_.try_emplace(trackId, GetAllocator()).first->second.Reserve(track.count);
+uint64_t RootBox::BaseDataOffset(const TrackFragmentHeader& header) const {
+  if (header.Has(TrackFragmentHeader::kBaseDataOffsetPresent) ||
+      !Resolves(ReadRule::kBaseOffsets)) {
+    return header.baseDataOffset;
   }
+  const bool isMoofAsked = header.Has(TrackFragmentHeader::kDefaultBaseIsMoof);
+  return isMoofAsked || !previousDataEnd_ ? moofOffset_ : *previousDataEnd_;
+}
+
+void RootBox::TakeFragment(uint32_t trackId, const TrackFragment& fragment) {
+  fragments_.find(trackId)->second.Add(fragment, moofOffset_);
+}
+
+FragmentMemory RootBox::AllocateForFragment(uint64_t size) const {
+  return {static_cast<uint8_t*>(AllocateThrough(GetAllocator(), size)), {GetAllocator()}};
 }
 
 void RootBox::TakeFragments(const MoofBox& moof) {
   for (const auto& child : moof.Children()) {
-    if (child->GetBoxType() != TrafBox::kType) {
-      continue;
-    }
-    const auto& traf = static_cast<const TrafBox&>(*child);
-    if (traf.HasSamples()) {
-      fragments_.find(traf.GetTrackId())->second.Add(traf, moof.GetBeginOffset());
+    if (child->GetBoxType() == TrafBox::kType) {
+      const auto& traf = static_cast<const TrafBox&>(*child);
+      if (traf.HasSamples()) {
+        TakeFragment(traf.GetTrackId(), traf.GetFragment());
+      }
     }
   }
 }

@@ -2,10 +2,12 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <utility>
 
 #include "boxes/box.h"
+#include "boxes/fragment_loader.h"
 #include "boxes/movie_boxes.h"
 #include "boxes/track_fragments.h"
 
@@ -13,7 +15,6 @@ namespace qiro::k7m::impl {
 
 class MoofBox;
 class MvexBox;
-class TrafBox;
 class UlbDataBox;
 
 /// Rules about fragments beyond what is always done, to be asked for when a document is opened.
@@ -27,6 +28,14 @@ enum class ReadRule : uint32_t {
   kStartTimes = 2,
 };
 
+/// Which boxes a document keeps.
+enum class KeptBoxes : uint32_t {
+  kAll,
+  /// Not those of which nothing is wanted any more when samples are all that is asked for: of a
+  /// fragment of the ordinary form the 'moof', and every 'mdat' but the first.
+  kAllButFragments,
+};
+
 /// The whole document: a box without a header whose children are the top-level boxes parsed so far.
 /// It grows as they are added.
 class RootBox final : public Box {
@@ -34,14 +43,19 @@ class RootBox final : public Box {
   RootBox(QiroK7MStream* stream, const QiroK7MAllocatorCallBacks* allocator)
       : RootBox(stream, 0, allocator) {}
   /// `readRules` is a sum of ReadRule values.
-  RootBox(QiroK7MStream* stream, uint32_t readRules, const QiroK7MAllocatorCallBacks* allocator);
+  RootBox(QiroK7MStream* stream, uint32_t readRules, const QiroK7MAllocatorCallBacks* allocator)
+      : RootBox(stream, readRules, KeptBoxes::kAll, allocator) {}
+  RootBox(QiroK7MStream* stream, uint32_t readRules, KeptBoxes kept,
+          const QiroK7MAllocatorCallBacks* allocator);
 
   void AddChildBox(std::unique_ptr<Box> child) override;
   /// Parses on until the position is reached; null when the document ends before.
   Box* GetBoxByPos(size_t position) override;
 
-  /// Parses the next top-level box with all below it; null at the end of the document.
-  Box* ParseNextBox();
+  /// Parses the next top-level box with all below it; false at the end of the document.
+  bool ParseNext();
+  /// The same, and gives the box. Where not all boxes are kept it may be an earlier one.
+  Box* ParseNextBox() { return ParseNext() ? Children().back().get() : nullptr; }
 
   /// Each parses on until it finds what it names; null when the document has none.
   MoovBox* GetMoovBox();
@@ -64,37 +78,44 @@ class RootBox final : public Box {
   /// Drops the boxes behind the movie box and what they told: parsing goes on behind that again.
   void ForgetBehindMovie();
 
-  /// What the boxes of a fragment tell while they are completed, and ask about the ones before.
-  void NoteTrackFragment(const TrafBox& traf);
+  /// What a fragment tells while it is completed, and asks about the ones before. It tells of a
+  /// track fragment when that has samples.
+  void BeginFragment(uint64_t moofOffset);
+  void AnnounceFragment(uint32_t trackId, uint64_t endTime);
   void NoteDataEnd(uint64_t offset) { previousDataEnd_ = offset; }
   uint64_t NextStartTime(uint32_t trackId) const;
-  uint64_t DefaultBaseDataOffset(bool isMoofAsked) const {
-    return isMoofAsked || !previousDataEnd_ ? moofOffset_ : *previousDataEnd_;
-  }
+  /// Where the data offsets of a track fragment count from.
+  uint64_t BaseDataOffset(const TrackFragmentHeader& header) const;
+  /// Takes a track fragment of the fragment that was begun last, which was told of.
+  void TakeFragment(uint32_t trackId, const TrackFragment& fragment);
+  FragmentMemory AllocateForFragment(uint64_t size) const;
+  /// Keeps the memory of a fragment as long as the document.
+  void KeepForFragment(FragmentMemory block) { fragmentMemory_.push_back(std::move(block)); }
 
  private:
+  /// Parses the box behind a header, with all below it.
+  void AddParsedBox(const BoxHeader& header);
+  /// True when the box behind a header need not be kept: what it tells was taken.
+  bool TakeWithoutBox(const BoxHeader& header);
   /// Completes the 'moov' behind a 'moof' that stands before it.
   void LookAheadForMoov(uint64_t begin);
   std::unique_ptr<Box> Complete(std::unique_ptr<Box> box);
 
-  /// What is known of a track in the fragment that is being completed.
-  struct InFragment {
-    uint64_t end = 0;  ///< Of the last samples.
-    size_t count = 0;  ///< Track fragments with samples.
-  };
-  void BeginFragment(uint64_t moofOffset);
-  /// Makes room for those of the fragment that was completed, so that taking them cannot fail.
-  void ReserveFragments();
   void TakeFragments(const MoofBox& moof);
 
   template <class T>
   using ByTrackId = std::map<uint32_t, T, std::less<>, K7MAllocator<std::pair<const uint32_t, T>>>;
 
   uint32_t readRules_;
+  KeptBoxes kept_;
+  bool hasMdat_ = false;
   MoovBox* moov_ = nullptr;
   ByTrackId<TrackFragments> fragments_;
-  /// Of the fragment that is being completed: its tracks, begin, and end of the data so far.
-  ByTrackId<InFragment> inFragment_;
+  FragmentLoader loader_;
+  K7MVector<FragmentMemory> fragmentMemory_;
+  /// Of the fragment that is being completed: its number among those that were tried, its begin,
+  /// and the end of its data so far.
+  uint64_t moofNumber_ = 0;
   uint64_t moofOffset_ = 0;
   std::optional<uint64_t> previousDataEnd_;
   /// The movie box as long as the top-level parse has not reached it.

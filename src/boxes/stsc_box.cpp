@@ -45,11 +45,7 @@ void StscBox::TakeEntries(const uint8_t* bytes, uint64_t count) {
     run.descriptionIndex = LoadBigEndian<uint32_t>(bytes + 8);
     runs_.push_back(run);
   }
-  CountEmptyRuns(runs_);
-  usedRuns_ = runs_.size();
-  while (usedRuns_ > 0 && !runs_[usedRuns_ - 1].HasSamples()) {
-    --usedRuns_;
-  }
+  usedRuns_ = CountEmptyRuns(runs_);
 }
 
 void StscBox::Describe(FieldSink& sink) {
@@ -65,9 +61,7 @@ StscIterator StscBox::FindBySampleNumber(uint32_t number) const {
   const ChunkEntry* const end = first + usedRuns_;
   ChunkEntry wanted;
   wanted.firstSample = number;
-  const ChunkEntry* run = FindLastAtOrBefore(
-      first, end, wanted,
-      [](const ChunkEntry& a, const ChunkEntry& b) { return CompareBySampleNumber(a, b); });
+  const ChunkEntry* run = FindLastAtOrBefore(first, end, wanted, CompareBySampleNumber<ChunkEntry>);
   while (run != end && run != first && !run->HasSamples()) {
     --run;
   }

@@ -12,7 +12,7 @@ namespace qiro::k7m::impl {
 StssBox::StssBox(QiroK7MStream* stream, uint32_t maxSampleCount,
                  const QiroK7MAllocatorCallBacks* allocator)
     : TableBox(stream, kType, sizeof(uint32_t), kEntrySize, maxSampleCount, allocator),
-      entries_(K7MAllocator<SyncSampleEntry>(allocator)),
+      entries_(GetAllocator()),
       highestSoFar_(K7MAllocator<uint32_t>(allocator)) {
   ThrowIf(maxSampleCount > kMaxEntryCount, kQiroK7MErrorEntryCountTooLarge);
 }
@@ -28,13 +28,12 @@ void StssBox::ReadExtensionPayloadData() {
   const uint32_t count = Stream().ReadDWORD();
   ThrowIf(count > kMaxEntryCount, kQiroK7MErrorEntryCountTooLarge);
   ThrowIf(!CanRead(count * kEntrySize), kQiroK7MErrorBoxTruncated);
-  bool isAscending = true;
-  ReadTableInto(Stream(), entries_, count, kEntrySize, [&](const uint8_t* bytes) {
-    const SyncSampleEntry entry{LoadBigEndian<uint32_t>(bytes)};
-    isAscending =
-        isAscending && (entries_.empty() || entries_.back().sampleNumber <= entry.sampleNumber);
-    return entry;
-  });
+  ReadRecords(Stream(), entries_, count, kEntrySize,
+              [](const uint8_t* bytes) { return SyncSampleEntry{LoadBigEndian<uint32_t>(bytes)}; });
+  const bool isAscending = std::is_sorted(entries_.begin(), entries_.end(),
+                                          [](const SyncSampleEntry& a, const SyncSampleEntry& b) {
+                                            return a.sampleNumber < b.sampleNumber;
+                                          });
   if (!isAscending) {
     highestSoFar_.reserve(entries_.size());
     uint32_t highest = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/record_table.h"
 #include "boxes/table_box.h"
 #include "boxes/table_iterators.h"
 
@@ -22,7 +23,7 @@ class StssBox final : public TableBox, public ISyncSampleBox {
   StssBox(QiroK7MStream* stream, const BoxHeader& header,
           const QiroK7MAllocatorCallBacks* allocator)
       : TableBox(stream, header, allocator),
-        entries_(K7MAllocator<SyncSampleEntry>(allocator)),
+        entries_(GetAllocator()),
         highestSoFar_(K7MAllocator<uint32_t>(allocator)) {}
 
   /// Error 31 above 100000000 samples.
@@ -37,7 +38,7 @@ class StssBox final : public TableBox, public ISyncSampleBox {
   Iterator<SyncSampleEntry> FindBySampleNumber(uint32_t number) const override;
 
  private:
-  K7MVector<SyncSampleEntry> entries_;
+  RecordTable<SyncSampleEntry> entries_;
   /// For a table out of order: the highest number up to each entry. Empty for an ordered one.
   K7MVector<uint32_t> highestSoFar_;
 };

@@ -1,5 +1,6 @@
 #include "boxes/stsz_box.h"
 
+#include <algorithm>
 #include <array>
 
 #include "base/big_endian.h"
@@ -12,7 +13,7 @@ StszBox::StszBox(QiroK7MStream* stream, uint32_t maxSampleCount,
                  const QiroK7MAllocatorCallBacks* allocator)
     : TableBox(stream, kType, sizeof(constantSize_) + sizeof(sampleCount_), kEntrySize,
                maxSampleCount, allocator),
-      entries_(K7MAllocator<SampleSizeEntry>(allocator)),
+      entries_(GetAllocator()),
       sizeBeforeStretch_(K7MAllocator<uint64_t>(allocator)) {
   ThrowIf(maxSampleCount > kMaxEntryCount, kQiroK7MErrorEntryCountTooLarge);
 }
@@ -38,15 +39,21 @@ void StszBox::ReadExtensionPayloadData() {
     return;
   }
   ThrowIf(!CanRead(sampleCount_ * kEntrySize), kQiroK7MErrorBoxTruncated);
+  ReadRecords(Stream(), entries_, sampleCount_, kEntrySize,
+              [](const uint8_t* bytes) { return SampleSizeEntry{LoadBigEndian<uint32_t>(bytes)}; });
+  SumStretches();
+}
+
+void StszBox::SumStretches() {
+  sizeBeforeStretch_.reserve(entries_.size() / kStretch + 1);
   uint64_t sum = 0;
-  ReadTableInto(Stream(), entries_, sampleCount_, kEntrySize, [&](const uint8_t* bytes) {
-    if (entries_.size() % kStretch == 0) {
-      sizeBeforeStretch_.push_back(sum);
+  for (size_t begin = 0; begin < entries_.size(); begin += kStretch) {
+    sizeBeforeStretch_.push_back(sum);
+    const size_t end = std::min<size_t>(begin + kStretch, entries_.size());
+    for (size_t i = begin; i < end; ++i) {
+      sum += entries_[i].size;
     }
-    const SampleSizeEntry entry{LoadBigEndian<uint32_t>(bytes)};
-    sum += entry.size;
-    return entry;
-  });
+  }
 }
 
 uint64_t StszBox::SizeBefore(uint64_t index) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/record_table.h"
 #include "boxes/table_box.h"
 #include "boxes/table_iterators.h"
 
@@ -23,7 +24,7 @@ class StszBox final : public TableBox, public ISampleSizeBox {
   StszBox(QiroK7MStream* stream, const BoxHeader& header,
           const QiroK7MAllocatorCallBacks* allocator)
       : TableBox(stream, header, allocator),
-        entries_(K7MAllocator<SampleSizeEntry>(allocator)),
+        entries_(GetAllocator()),
         sizeBeforeStretch_(K7MAllocator<uint64_t>(allocator)) {}
 
   /// Error 31 above 100000000 samples.
@@ -50,11 +51,12 @@ class StszBox final : public TableBox, public ISampleSizeBox {
   /// table.
   static constexpr uint32_t kStretch = 1024;
 
+  void SumStretches();
   uint64_t SizeBefore(uint64_t index) const;
 
   uint32_t constantSize_ = 0;
   uint32_t sampleCount_ = 0;
-  K7MVector<SampleSizeEntry> entries_;
+  RecordTable<SampleSizeEntry> entries_;
   K7MVector<uint64_t> sizeBeforeStretch_;
 };
 

@@ -9,14 +9,13 @@
 
 namespace qiro::k7m::impl {
 
-void CompactSttsArray::ReserveMore(uint64_t more) { impl::ReserveMore(runs_, more); }
-
-void CompactSttsArray::Append(uint32_t count, uint32_t delta) {
-  last_.Add(count, delta);
-  runs_.push_back(last_);
-  if (count != 0) {
-    usedRuns_ = runs_.size();
-  }
+void CompactSttsArray::Read(QiroK7MStream& stream, uint64_t count) {
+  CompactSttsEntry run;
+  ReadRecords(stream, runs_, count, kEntrySize, [&run](const uint8_t* bytes) {
+    run.Add(LoadBigEndian<uint32_t>(bytes), LoadBigEndian<uint32_t>(bytes + 4));
+    return run;
+  });
+  usedRuns_ = CountEmptyRuns(runs_);
 }
 
 SttsIterator CompactSttsArray::FindByDecodeTime(uint64_t begin, uint64_t end) const {
@@ -103,14 +102,7 @@ void SttsBox::ReadExtensionPayloadData() {
   const uint32_t count = Stream().ReadDWORD();
   ThrowIf(count > kMaxEntryCount, kQiroK7MErrorTooManyEntries);
   ThrowIf(!CanRead(count * kEntrySize), kQiroK7MErrorBoxTruncated);
-  ReadTable(
-      Stream(), count, kEntrySize, [this](uint64_t more) { runs_.ReserveMore(more); },
-      [this](const uint8_t* bytes, uint64_t entryCount) {
-        for (uint64_t i = 0; i < entryCount; ++i, bytes += kEntrySize) {
-          runs_.Append(LoadBigEndian<uint32_t>(bytes), LoadBigEndian<uint32_t>(bytes + 4));
-        }
-      });
-  runs_.Finish();
+  runs_.Read(Stream(), count);
 }
 
 void SttsBox::Describe(FieldSink& sink) {

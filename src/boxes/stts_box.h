@@ -1,7 +1,6 @@
 #pragma once
 
-#include <vector>
-
+#include "base/record_table.h"
 #include "boxes/run_length.h"
 #include "boxes/table_box.h"
 #include "boxes/table_iterators.h"
@@ -12,11 +11,11 @@ namespace qiro::k7m::impl {
 /// implicit. Deliberately on the default heap, unlike all other tables.
 class CompactSttsArray {
  public:
-  void ReserveMore(uint64_t more);
-  void Append(uint32_t count, uint32_t delta);
-  /// To be called when all runs are there.
-  void Finish() { CountEmptyRuns(runs_); }
-  const std::vector<CompactSttsEntry>& Runs() const { return runs_; }
+  static constexpr uint64_t kEntrySize = 8;
+
+  /// Reads `count` entries at the stream's position.
+  void Read(QiroK7MStream& stream, uint64_t count);
+  const RecordTable<CompactSttsEntry>& Runs() const { return runs_; }
 
   /// The samples whose decode times lie in [begin, end], both included. Runs of delta 0 at the
   /// begin are stepped over. Where `begin` lies behind the last sample of a run but before the next
@@ -26,8 +25,7 @@ class CompactSttsArray {
   SttsIterator All() const;
 
  private:
-  std::vector<CompactSttsEntry> runs_;
-  CompactSttsEntry last_;
+  RecordTable<CompactSttsEntry> runs_{nullptr};
   /// Runs up to and with the last one that has samples.
   size_t usedRuns_ = 0;
 };
@@ -37,7 +35,7 @@ class CompactSttsArray {
 class SttsBox final : public TableBox {
  public:
   static constexpr uint32_t kType = FourCc("stts");
-  static constexpr uint64_t kEntrySize = 8;
+  static constexpr uint64_t kEntrySize = CompactSttsArray::kEntrySize;
 
   using TableBox::TableBox;
   /// `lastSampleDuration` is what the last sample lasts. Error 9 above 100000000 samples.

@@ -68,14 +68,15 @@ struct CttsEntry {
   uint32_t count = 0;
   uint32_t compositionOffset = 0;
   uint32_t firstSample = 1;
-  uint32_t emptyBehind = 0;  ///< As in CompactSttsEntry.
 
-  bool HasSamples() const { return count != 0; }
   CttsEntry Get(uint32_t index) const { return {count, compositionOffset, firstSample + index}; }
 };
-inline bool CompareBySampleNumber(const CttsEntry& a, const CttsEntry& b) {
-  return a.firstSample <= b.firstSample;
-}
+
+/// The same as it is kept: there are many of them. Where the next one starts tells the count.
+struct CompactCttsEntry {
+  uint32_t firstSample;
+  uint32_t compositionOffset;
+};
 
 /// Where one sample lies.
 struct StscEntry {
@@ -104,7 +105,10 @@ struct ChunkEntry {
     return (number - firstSample) / samplesPerChunk;
   }
 };
-inline bool CompareBySampleNumber(const ChunkEntry& a, const ChunkEntry& b) {
+
+/// Orders runs of composition offsets or of chunks.
+template <class Run>
+bool CompareBySampleNumber(const Run& a, const Run& b) {
   return a.firstSample <= b.firstSample;
 }
 
@@ -119,13 +123,18 @@ struct ChunkOffsetEntry {
 };
 
 /// Tells every run how many without samples lie behind it, so that they are stepped over at once.
+/// Returns the number of runs up to and with the last one that has samples.
 template <class Runs>
-void CountEmptyRuns(Runs& runs) {
+size_t CountEmptyRuns(Runs& runs) {
+  size_t used = 0;
   uint32_t emptyBehind = 0;
-  for (auto run = runs.rbegin(); run != runs.rend(); ++run) {
-    run->emptyBehind = emptyBehind;
-    emptyBehind = run->HasSamples() ? 0 : emptyBehind + 1;
+  for (size_t i = runs.size(); i-- > 0;) {
+    runs[i].emptyBehind = emptyBehind;
+    const bool hasSamples = runs[i].HasSamples();
+    emptyBehind = hasSamples ? 0 : emptyBehind + 1;
+    used = hasSamples ? std::max(used, i + 1) : used;
   }
+  return used;
 }
 
 /// The last record of [first, end) that `compare` puts at or before `wanted`; `end` when there is

@@ -14,10 +14,9 @@ template <class Record>
 class Iterator {
  public:
   Iterator() = default;
-  Iterator(const Record* current, const Record* end)
-      : current_(current), end_(end), isValid_(true) {}
+  Iterator(const Record* current, const Record* end) : current_(current), end_(end) {}
 
-  bool HasMoreEntries() const { return isValid_ && current_ < end_; }
+  bool HasMoreEntries() const { return current_ < end_; }
   Iterator& operator++() {
     ++current_;
     return *this;
@@ -33,7 +32,6 @@ class Iterator {
  private:
   const Record* current_ = nullptr;
   const Record* end_ = nullptr;
-  bool isValid_ = false;
 };
 
 /// Walks runs of samples from an index in the first run to a limit in the end run. Runs without
@@ -44,13 +42,11 @@ class RunIterator {
   RunIterator() = default;
   /// `endRun` is the run in which the range ends: only its samples before `limit` belong to it.
   RunIterator(const Run* startRun, const Run* endRun, uint32_t startIndex, uint32_t limit)
-      : run_(startRun), endRun_(endRun), isValid_(true), index_(startIndex), limit_(limit) {
+      : run_(startRun), endRun_(endRun), index_(startIndex), limit_(limit) {
     available_ = AvailableInRun();
   }
 
-  bool HasMoreEntries() const {
-    return isValid_ && (run_ < endRun_ || (run_ == endRun_ && index_ < available_));
-  }
+  bool HasMoreEntries() const { return run_ < endRun_ || (run_ == endRun_ && index_ < available_); }
 
  protected:
   const Run& CurrentRun() const { return *run_; }
@@ -90,7 +86,6 @@ class RunIterator {
 
   const Run* run_ = nullptr;
   const Run* endRun_ = nullptr;
-  bool isValid_ = false;
   uint32_t index_ = 0;
   uint32_t limit_ = 0;
   uint32_t available_ = 0;
@@ -143,18 +138,23 @@ class SttsIterator : public RunIterator<CompactSttsEntry> {
 };
 
 /// Composition offsets.
-class CttsIterator : public RunIterator<CttsEntry> {
+class CttsIterator {
  public:
   CttsIterator() = default;
-  CttsIterator(const CttsEntry* startRun, const CttsEntry* endRun, uint32_t startIndex,
-               uint32_t limit)
-      : RunIterator(startRun, endRun, startIndex, limit) {
-    TakeValue();
-  }
+  /// From sample `number` on, which is at or behind the first sample of `run` and before the next
+  /// run. `afterLast` is the number behind the last sample of the table.
+  CttsIterator(const CompactCttsEntry* run, const CompactCttsEntry* end, uint32_t number,
+               uint32_t afterLast)
+      : next_(run + 1),
+        end_(end),
+        afterLast_(afterLast),
+        value_(run->compositionOffset),
+        left_(FirstOfNext() > number ? FirstOfNext() - number : 0) {}
 
+  bool HasMoreEntries() const { return left_ != 0; }
   CttsIterator& operator++() {
-    if (Step()) {
-      TakeValue();
+    if (--left_ == 0 && next_ != end_) {
+      EnterNextRun();
     }
     return *this;
   }
@@ -162,13 +162,24 @@ class CttsIterator : public RunIterator<CttsEntry> {
   const uint32_t* operator->() const { return &value_; }
 
  private:
-  void TakeValue() {
-    if (HasMoreEntries()) {
-      value_ = CurrentRun().compositionOffset;
+  /// Runs without samples are stepped over at once.
+  void EnterNextRun() {
+    const uint32_t number = next_->firstSample;
+    ++next_;
+    if (FirstOfNext() == number) {
+      next_ = std::partition_point(
+          next_, end_, [number](const CompactCttsEntry& run) { return run.firstSample <= number; });
     }
+    value_ = (next_ - 1)->compositionOffset;
+    left_ = FirstOfNext() - number;
   }
+  uint32_t FirstOfNext() const { return next_ == end_ ? afterLast_ : next_->firstSample; }
 
+  const CompactCttsEntry* next_ = nullptr;
+  const CompactCttsEntry* end_ = nullptr;
+  uint32_t afterLast_ = 0;
   uint32_t value_ = 0;
+  uint32_t left_ = 0;  ///< Samples of the current run from the current one on.
 };
 
 /// Chunk and description of each sample, from the first sample of a chunk on.
@@ -221,6 +232,31 @@ class StscIterator {
   uint32_t chunkIndex_ = 0;
   uint32_t sampleIndex_ = 0;
   StscEntry value_;
+};
+
+/// Chunk offsets, from a table of either width.
+class ChunkOffsetIterator {
+ public:
+  ChunkOffsetIterator() = default;
+  ChunkOffsetIterator(const uint32_t* current, const uint32_t* end) : narrow_(current, end) {}
+  ChunkOffsetIterator(const uint64_t* current, const uint64_t* end)
+      : wide_(current, end), isWide_(true) {}
+
+  bool HasMoreEntries() const {
+    return isWide_ ? wide_.HasMoreEntries() : narrow_.HasMoreEntries();
+  }
+  ChunkOffsetIterator& operator++() {
+    Advance(1);
+    return *this;
+  }
+  /// Moves on by `count` chunks, at most to the end.
+  void Advance(uint64_t count) { isWide_ ? wide_.Advance(count) : narrow_.Advance(count); }
+  ChunkOffsetEntry operator*() const { return {isWide_ ? *wide_ : *narrow_}; }
+
+ private:
+  Iterator<uint32_t> narrow_;
+  Iterator<uint64_t> wide_;
+  bool isWide_ = false;
 };
 
 /// Sizes: from a table, or one size for every sample.

@@ -84,7 +84,7 @@ uint32_t Track::GetSampleCount() const {
   if (root_->GetMvexBox() == nullptr) {
     return inTable;
   }
-  while (root_->ParseNextBox() != nullptr) {
+  while (root_->ParseNext()) {
   }
   return inTable + static_cast<uint32_t>(root_->FragmentsOf(GetTrackId()).GetSampleCount());
 }

@@ -3,50 +3,74 @@
 #include <algorithm>
 #include <iterator>
 
-#include "boxes/fragment_boxes.h"
-#include "boxes/payload_table.h"
-
 namespace qiro::k7m::impl {
 
-void TrackFragments::Reserve(size_t count) { ReserveMore(entries_, count); }
+void TrackFragment::Lengthen(TrackRun& run) {
+  run.UpdateSampleTimeStamps(endTime);
+  timesWrap = timesWrap || run.EndTime() < endTime;
+  endTime = run.EndTime();
+  sampleCount += run.GetSampleCount();
+}
 
-void TrackFragments::Add(const TrafBox& traf, uint64_t moofOffset) {
-  const uint64_t start = traf.GetFirstSampleTimeStamp();
-  const uint64_t end = traf.GetLastSampleEndTime();
-  const uint64_t latestEnd = entries_.empty() ? end : std::max(entries_.back().latestEnd, end);
-  const bool isFirstOfMoof = entries_.empty() || moofOffset != lastMoofOffset_;
-  const size_t firstOfMoof = isFirstOfMoof ? Size() : entries_.back().firstOfMoof;
-  isInOrder_ =
-      isInOrder_ && !traf.TimesWrap() &&
-      (entries_.empty() || (entries_.back().startTime <= start && entries_.back().endTime <= end));
-  entries_.push_back({&traf, start, end, latestEnd, firstOfMoof});
-  sampleCount_ += traf.GetSampleCount();
-  lastMoofOffset_ = moofOffset;
+size_t TrackFragment::FindRunEndingAtOrAfter(uint64_t time) const {
+  if (timesWrap) {
+    return 0;
+  }
+  const auto* const found = std::partition_point(
+      runs, runs + runCount, [time](const TrackRun& run) { return run.EndTime() < time; });
+  return static_cast<size_t>(found - runs);
+}
+
+void TrackFragments::Announce(uint64_t moofNumber, uint64_t endTime) {
+  const size_t earlier = announced_.moofNumber == moofNumber ? announced_.count : 0;
+  entries_.MakeRoom(earlier + 1);
+  announced_ = {moofNumber, endTime, earlier + 1};
+}
+
+uint64_t TrackFragments::NextStartTime(uint64_t moofNumber) const {
+  if (announced_.moofNumber == moofNumber) {
+    return announced_.endTime;
+  }
+  return entries_.empty() ? 0 : Last().endTime;
+}
+
+void TrackFragments::Add(const TrackFragment& fragment, uint64_t moofOffset) {
+  Entry entry{fragment, fragment.endTime, Size(), moofOffset};
+  isInOrder_ = isInOrder_ && !fragment.timesWrap;
+  if (!entries_.empty()) {
+    const Entry& last = Last();
+    entry.latestEnd = std::max(last.latestEnd, fragment.endTime);
+    entry.firstOfMoof = moofOffset == last.moofOffset ? last.firstOfMoof : Size();
+    isInOrder_ =
+        isInOrder_ && last.startTime <= fragment.startTime && last.endTime <= fragment.endTime;
+  }
+  entries_.push_back(entry);
+  sampleCount_ += fragment.sampleCount;
 }
 
 void TrackFragments::ForgetBehind(uint64_t offset) {
-  while (!entries_.empty() && entries_.back().traf->GetBeginOffset() > offset) {
-    sampleCount_ -= entries_.back().traf->GetSampleCount();
+  while (!entries_.empty() && Last().moofOffset > offset) {
+    sampleCount_ -= Last().sampleCount;
     entries_.pop_back();
   }
-  lastMoofOffset_.reset();
+  announced_ = {};
 }
 
 size_t TrackFragments::FindLastCovering(uint64_t time, size_t begin) const {
-  const auto first = entries_.begin() + static_cast<ptrdiff_t>(begin);
+  const Entry* const first = entries_.begin() + begin;
   const auto covers = [time](const Entry& entry) {
     return entry.startTime <= time && time <= entry.endTime;
   };
-  auto found = entries_.end();
+  const Entry* found = entries_.end();
   if (isInOrder_) {
-    const auto after = std::partition_point(
+    const Entry* const after = std::partition_point(
         first, entries_.end(), [time](const Entry& entry) { return entry.startTime <= time; });
     if (after != first && covers(*(after - 1))) {
       found = after - 1;
     }
   } else {
     const auto reverseEnd = std::make_reverse_iterator(first);
-    const auto last = std::find_if(entries_.rbegin(), reverseEnd, covers);
+    const auto last = std::find_if(std::make_reverse_iterator(entries_.end()), reverseEnd, covers);
     found = last == reverseEnd ? entries_.end() : last.base() - 1;
   }
   return static_cast<size_t>(found - entries_.begin());
@@ -63,8 +87,7 @@ size_t TrackFragments::FindCovering(uint64_t time, size_t begin) const {
   }
   // Those of the 'moof' that end before the time hold nothing from then on.
   const auto found =
-      std::partition_point(entries_.begin() + static_cast<ptrdiff_t>(first),
-                           entries_.begin() + static_cast<ptrdiff_t>(last),
+      std::partition_point(entries_.begin() + first, entries_.begin() + last,
                            [time](const Entry& entry) { return entry.endTime < time; });
   return static_cast<size_t>(found - entries_.begin());
 }

@@ -2,41 +2,59 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 
-#include "base/allocation.h"
+#include "base/record_table.h"
+#include "boxes/track_run.h"
 
 namespace qiro::k7m::impl {
 
-class TrafBox;
+/// The samples of a 'traf': runs, one behind the other. The runs and their records belong to
+/// somebody else.
+struct TrackFragment {
+  uint64_t startTime = 0;
+  uint64_t endTime = 0;
+  uint64_t sampleCount = 0;
+  const TrackRun* runs = nullptr;  ///< Those with samples.
+  uint32_t runCount = 0;
+  /// After the defaults of the movie box.
+  uint32_t descriptionIndex = 0;
+  /// The sum of the durations passed 64 bits, so that the times are in no order.
+  bool timesWrap = false;
+
+  void Start(uint64_t time) { startTime = endTime = time; }
+  /// Gives the run its times, behind the runs so far.
+  void Lengthen(TrackRun& run);
+  /// The index of the first run that can hold a sample at or after a decode time.
+  size_t FindRunEndingAtOrAfter(uint64_t time) const;
+};
 
 /// The fragments of one track that were parsed so far, in file order. Those without samples cover
 /// no time and are left out.
 class TrackFragments {
  public:
-  struct Entry {
-    const TrafBox* traf;
-    uint64_t startTime;
-    uint64_t endTime;
+  struct Entry : TrackFragment {
     uint64_t latestEnd;  ///< Of this one and all before it.
     size_t firstOfMoof;  ///< Index of the track's first one in the same 'moof'.
+    uint64_t moofOffset;
   };
 
-  explicit TrackFragments(const QiroK7MAllocatorCallBacks* allocator)
-      : entries_(K7MAllocator<Entry>(allocator)) {}
+  /// The callbacks outlive the object.
+  explicit TrackFragments(const QiroK7MAllocatorCallBacks* allocator) : entries_(allocator) {}
 
-  /// Makes room for `count` more.
-  void Reserve(size_t count);
-  /// Cannot fail when there is room.
-  void Add(const TrafBox& traf, uint64_t moofOffset);
-  /// Forgets those that begin behind `offset`.
+  /// Tells of a fragment in the 'moof' that is being completed, and makes room for it. What is told
+  /// of one 'moof' is forgotten when a fragment of another one is.
+  void Announce(uint64_t moofNumber, uint64_t endTime);
+  /// Where the next one starts unless it says otherwise: in the 'moof' of that number behind what
+  /// was announced there.
+  uint64_t NextStartTime(uint64_t moofNumber) const;
+  /// Takes one that was announced, which cannot fail.
+  void Add(const TrackFragment& fragment, uint64_t moofOffset);
+  /// Forgets those of a 'moof' behind `offset`.
   void ForgetBehind(uint64_t offset);
 
   size_t Size() const { return entries_.size(); }
-  const TrafBox* At(size_t index) const { return entries_[index].traf; }
+  const TrackFragment& At(size_t index) const { return entries_[index]; }
   uint64_t GetSampleCount() const { return sampleCount_; }
-  /// Where the next one starts unless it says otherwise.
-  uint64_t NextStartTime() const { return entries_.empty() ? 0 : entries_.back().endTime; }
 
   /// The first one to read for samples from `time` on. It stands in the 'moof' of the last one with
   /// start <= time <= end; Size() when there is none among those from `begin` on.
@@ -47,9 +65,17 @@ class TrackFragments {
  private:
   size_t FindLastCovering(uint64_t time, size_t begin) const;
 
-  K7MVector<Entry> entries_;
+  struct Announced {
+    uint64_t moofNumber = 0;
+    uint64_t endTime = 0;  ///< Of the last one.
+    size_t count = 0;
+  };
+
+  const Entry& Last() const { return entries_[Size() - 1]; }
+
+  RecordTable<Entry> entries_;
+  Announced announced_;
   uint64_t sampleCount_ = 0;
-  std::optional<uint64_t> lastMoofOffset_;
   bool isInOrder_ = true;
 };
 

@@ -15,7 +15,7 @@ K7RQueryServicer::K7RQueryServicer(std::unique_ptr<QiroK7MStream> fragments,
   if (index != nullptr) {
     index_.emplace(std::move(index));
   } else {
-    document_.reset(new (allocator) K7MDocument(fragments_.Get(), 0, allocator));
+    document_.reset(new (allocator) K7MDocument(fragments_.Get(), 0, KeptBoxes::kAll, allocator));
     ListFragments();
   }
 }

@@ -9,9 +9,9 @@
 namespace qiro::k7m::impl {
 
 void DocIterator::AddTrack(std::unique_ptr<SampleIterator> samples, uint32_t timeScale) {
-  if (samples->HasMoreEntries()) {
-    auto first = samples->GetNextSample();
-    tracks_.push_back({std::move(samples), std::move(first), timeScale, kQiroK7MErrorNone});
+  if (auto first = samples->GetNextSample()) {
+    const uint64_t time = first->GetInfo().timeStamp;
+    tracks_.push_back({std::move(samples), std::move(first), time, timeScale, kQiroK7MErrorNone});
     largestTimeScale_ = std::max(largestTimeScale_, timeScale);
     ++pendingCount_;
   }
@@ -21,17 +21,21 @@ bool DocIterator::HasMoreEntries() { return pendingCount_ != 0 || !failed_.empty
 
 std::unique_ptr<Sample> DocIterator::GetNextSample() {
   if (!failed_.empty()) {
-    const size_t track = failed_.back();
+    const QiroK7MError failure = failed_.back()->failure;
     failed_.pop_back();
-    ThrowException(tracks_[track].failure);
+    ThrowException(failure);
   }
-  const size_t track = TakeEarliest();
-  if (track == tracks_.size()) {
+  TrackState* const earliest = FindEarliest();
+  if (earliest == nullptr) {
     return nullptr;
   }
-  std::unique_ptr<Sample> chosen = std::move(tracks_[track].pending);
+  std::unique_ptr<Sample> chosen = std::move(earliest->pending);
   --pendingCount_;
-  Fetch(track);
+  Fetch(*earliest);
+  if (earliest->failure != kQiroK7MErrorNone) {
+    failed_.push_back(earliest);
+  }
+  Requeue();
   return chosen;
 }
 
@@ -39,71 +43,79 @@ void DocIterator::Start() {
   // Later on nothing is allocated here: at most one entry a track.
   queue_.reserve(tracks_.size());
   failed_.reserve(tracks_.size());
-  for (size_t track = 0; track < tracks_.size(); ++track) {
+  if (largestTimeScale_ != 0) {
+    latestTime_ = std::numeric_limits<uint64_t>::max() / largestTimeScale_;
+  }
+  for (TrackState& track : tracks_) {
     Queue(track);
   }
 }
 
-void DocIterator::Fetch(size_t track) {
-  TrackState& state = tracks_[track];
-  state.failure = GuardedCall([&state] {
-    if (state.samples->HasMoreEntries()) {
-      state.pending = state.samples->GetNextSample();
-    }
-  });
-  if (state.failure != kQiroK7MErrorNone) {
-    failed_.push_back(track);
-  } else if (state.pending != nullptr) {
+void DocIterator::Fetch(TrackState& track) {
+  track.failure = GuardedCall([&track] { track.pending = track.samples->GetNextSample(); });
+  if (track.pending != nullptr) {
+    track.time = track.pending->GetInfo().timeStamp;
     ++pendingCount_;
-    Queue(track);
   }
 }
 
-bool DocIterator::CanWrap(const TrackState& track) const {
-  return track.timeScale == 0 || track.pending->GetInfo().timeStamp >
-                                     std::numeric_limits<uint64_t>::max() / largestTimeScale_;
+bool DocIterator::IsBefore(const TrackState& track, const TrackState& other) {
+  const uint64_t time = track.time * other.timeScale;
+  const uint64_t otherTime = other.time * track.timeScale;
+  return time < otherTime || (time == otherTime && &track < &other);
 }
 
-bool DocIterator::IsEarlier(size_t track, size_t other) const {
-  return tracks_[track].pending->GetInfo().timeStamp * tracks_[other].timeScale <
-         tracks_[other].pending->GetInfo().timeStamp * tracks_[track].timeScale;
-}
-
-bool DocIterator::IsBehind(size_t track, size_t other) const {
-  return IsEarlier(other, track) || (other < track && !IsEarlier(track, other));
-}
-
-void DocIterator::Queue(size_t track) {
-  if (!isQueued_ || CanWrap(tracks_[track])) {
+void DocIterator::Queue(TrackState& track) {
+  if (!isQueued_ || CanWrap(track)) {
     isQueued_ = false;
     return;
   }
-  queue_.push_back(track);
+  queue_.push_back(&track);
   std::push_heap(queue_.begin(), queue_.end(),
-                 [this](size_t a, size_t b) { return IsBehind(a, b); });
+                 [](const TrackState* a, const TrackState* b) { return IsBefore(*b, *a); });
 }
 
-size_t DocIterator::TakeEarliest() {
+void DocIterator::Requeue() {
+  if (!isQueued_) {
+    return;
+  }
+  TrackState* moved = queue_.front();
+  if (moved->pending == nullptr) {
+    moved = queue_.back();
+    queue_.pop_back();
+  } else if (CanWrap(*moved)) {
+    isQueued_ = false;
+    return;
+  }
+  const size_t count = queue_.size();
+  size_t place = 0;
+  for (size_t child = 1; child < count; child = 2 * place + 1) {
+    if (child + 1 < count && IsBefore(*queue_[child + 1], *queue_[child])) {
+      ++child;
+    }
+    if (IsBefore(*moved, *queue_[child])) {
+      break;
+    }
+    queue_[place] = queue_[child];
+    place = child;
+  }
+  if (count != 0) {
+    queue_[place] = moved;
+  }
+}
+
+DocIterator::TrackState* DocIterator::FindEarliest() {
   if (!isQueued_) {
     return FindEarliestByScan();
   }
-  if (queue_.empty()) {
-    return tracks_.size();
-  }
-  std::pop_heap(queue_.begin(), queue_.end(),
-                [this](size_t a, size_t b) { return IsBehind(a, b); });
-  const size_t track = queue_.back();
-  queue_.pop_back();
-  return track;
+  return queue_.empty() ? nullptr : queue_.front();
 }
 
-size_t DocIterator::FindEarliestByScan() const {
-  size_t earliest = tracks_.size();
-  for (size_t track = 0; track < tracks_.size(); ++track) {
-    // A tie stays with the earlier track.
-    if (tracks_[track].pending != nullptr &&
-        (earliest == tracks_.size() || IsEarlier(track, earliest))) {
-      earliest = track;
+DocIterator::TrackState* DocIterator::FindEarliestByScan() {
+  TrackState* earliest = nullptr;
+  for (TrackState& track : tracks_) {
+    if (track.pending != nullptr && (earliest == nullptr || IsBefore(track, *earliest))) {
+      earliest = &track;
     }
   }
   return earliest;

@@ -29,31 +29,37 @@ class DocIterator final : public SampleIterator {
   struct TrackState {
     std::unique_ptr<SampleIterator> samples;
     std::unique_ptr<Sample> pending;
+    uint64_t time;  ///< Of the pending sample.
     uint32_t timeScale;
     QiroK7MError failure;
   };
 
-  void Queue(size_t track);
-  /// The track whose pending sample is next, taken out of the queue; Size() when there is none.
-  size_t TakeEarliest();
-  size_t FindEarliestByScan() const;
-  /// True when `track` comes before `other`: its time is smaller, the products wrapping in 64 bits.
-  bool IsEarlier(size_t track, size_t other) const;
-  /// True when `track` comes behind `other`; equal times are delivered in the order of the tracks.
-  bool IsBehind(size_t track, size_t other) const;
-  bool CanWrap(const TrackState& track) const;
-  void Fetch(size_t track);
+  void Queue(TrackState& track);
+  /// The track whose pending sample is next; null when there is none.
+  TrackState* FindEarliest();
+  TrackState* FindEarliestByScan();
+  /// True when `track` comes before `other`: its time is smaller, the products wrapping in 64 bits;
+  /// equal times are delivered in the order of the tracks.
+  static bool IsBefore(const TrackState& track, const TrackState& other);
+  bool CanWrap(const TrackState& track) const {
+    return track.timeScale == 0 || track.time > latestTime_;
+  }
+  void Fetch(TrackState& track);
+  /// Gives the first track of the queue, whose pending sample has changed, its place.
+  void Requeue();
 
+  /// They stay where they are from Start() on.
   std::vector<TrackState> tracks_;
-  /// The tracks with a pending sample as a heap, the next one first, as long as no product of a
-  /// time and a time scale wraps. Products that wrap have no order that a heap could keep: from
-  /// then on all tracks are looked at for every sample.
-  std::vector<size_t> queue_;
+  /// The tracks with a pending sample as a binary heap, the next one first, as long as no product
+  /// of a time and a time scale wraps. Products that wrap have no order that a heap could keep:
+  /// from then on all tracks are looked at for every sample.
+  std::vector<TrackState*> queue_;
   bool isQueued_ = true;
   uint32_t largestTimeScale_ = 0;
+  uint64_t latestTime_ = 0;  ///< With a later one a product may wrap.
   size_t pendingCount_ = 0;
   /// The tracks whose failure is kept.
-  std::vector<size_t> failed_;
+  std::vector<TrackState*> failed_;
 };
 
 }  // namespace qiro::k7m::impl

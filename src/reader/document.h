@@ -10,8 +10,9 @@ namespace qiro::k7m::impl {
 class K7MDocument final : public K7MBase {
  public:
   /// `stream` is not owned.
-  K7MDocument(QiroK7MStream* stream, uint32_t readRules, const QiroK7MAllocatorCallBacks* allocator)
-      : K7MBase(allocator), root_(new (allocator) RootBox(stream, readRules, allocator)) {}
+  K7MDocument(QiroK7MStream* stream, uint32_t readRules, KeptBoxes kept,
+              const QiroK7MAllocatorCallBacks* allocator)
+      : K7MBase(allocator), root_(new (allocator) RootBox(stream, readRules, kept, allocator)) {}
 
   RootBox* GetRootBox() const { return root_.get(); }
   /// Parses the top level up to the movie box.

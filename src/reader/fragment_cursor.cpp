@@ -3,31 +3,30 @@
 namespace qiro::k7m::impl {
 
 bool FragmentCursor::Position(uint64_t time) {
-  trun_ = nullptr;
+  run_ = nullptr;
   const auto fragment = root_->FindFragment(trackId_, time);
   if (!fragment) {
     return false;
   }
   fragment_ = *fragment;
-  return SeekFrom(Traf().FindRunEndingAtOrAfter(time), time);
+  return SeekFrom(Fragment().FindRunEndingAtOrAfter(time), time);
 }
 
 bool FragmentCursor::PositionAtFirst() {
-  trun_ = nullptr;
+  run_ = nullptr;
   fragment_ = 0;
   return root_->ParseFragmentsBeyond(trackId_, 0) && SeekFrom(0, 0);
 }
 
 bool FragmentCursor::SeekFrom(size_t run, uint64_t time) {
-  trun_ = nullptr;
+  run_ = nullptr;
   for (;;) {
-    const auto& truns = Traf().GetTruns();
-    for (; run < truns.size(); ++run) {
-      if (const auto index = truns[run]->FindFirstAtOrAfter(time)) {
-        run_ = run;
-        trun_ = truns[run];
+    const TrackFragment& fragment = Fragment();
+    for (; run < fragment.runCount; ++run) {
+      if (const auto index = fragment.runs[run].FindFirstAtOrAfter(time)) {
+        run_ = &fragment.runs[run];
         index_ = *index;
-        sample_ = trun_->GetSample(index_);
+        sample_ = run_->GetSample(index_);
         return true;
       }
     }
@@ -40,11 +39,11 @@ bool FragmentCursor::SeekFrom(size_t run, uint64_t time) {
 }
 
 void FragmentCursor::Next() {
-  if (index_ + 1 < trun_->GetSampleCount()) {
-    sample_ = trun_->GetNext(sample_, index_);
+  if (index_ + 1 < run_->GetSampleCount()) {
+    sample_ = run_->GetNext(sample_, index_);
     ++index_;
   } else {
-    SeekFrom(run_ + 1, 0);
+    SeekFrom(static_cast<size_t>(run_ - Fragment().runs) + 1, 0);
   }
 }
 

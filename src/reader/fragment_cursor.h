@@ -1,6 +1,5 @@
 #pragma once
 
-#include "boxes/fragment_boxes.h"
 #include "boxes/track.h"
 
 namespace qiro::k7m::impl {
@@ -19,14 +18,14 @@ class FragmentCursor {
   /// Moves to the first sample of the first fragment. False when there is none.
   bool PositionAtFirst();
 
-  bool HasMoreEntries() const { return trun_ != nullptr; }
+  bool HasMoreEntries() const { return run_ != nullptr; }
   void Next();
   const SampleInfoTrun& Current() const { return sample_; }
   /// Of the fragment that holds the current sample.
-  uint32_t DescriptionIndex() const { return Traf().GetSDId(); }
+  uint32_t DescriptionIndex() const { return Fragment().descriptionIndex; }
 
  private:
-  const TrafBox& Traf() const { return *fragments_->At(fragment_); }
+  const TrackFragment& Fragment() const { return fragments_->At(fragment_); }
   /// Moves from the given run of the current fragment on to the first sample at or after a time.
   bool SeekFrom(size_t run, uint64_t time);
 
@@ -34,8 +33,7 @@ class FragmentCursor {
   uint32_t trackId_;
   const TrackFragments* fragments_;
   size_t fragment_ = 0;
-  size_t run_ = 0;
-  const TrunBox* trun_ = nullptr;
+  const TrackRun* run_ = nullptr;
   uint32_t index_ = 0;
   SampleInfoTrun sample_{};
 };

@@ -2,9 +2,6 @@
 
 #include <algorithm>
 
-#include "boxes/stbl_box.h"
-#include "reader/sample_record.h"
-
 namespace qiro::k7m::impl {
 namespace {
 
@@ -14,19 +11,19 @@ constexpr uint32_t kNotKeyMask = 0x01010000;
 /// The sample at the cursor. A description index that names no entry raises warning 3077, and
 /// `isValid` becomes false: the track then ends with this sample.
 std::unique_ptr<Sample> MakeRunSample(const FragmentCursor& fragments, uint64_t timeStamp,
-                                      Track* track, SampleDataCache* cache,
-                                      const QiroK7MStream& stream, bool& isValid) {
-  const SampleInfoTrun& record = fragments.Current();
-  QiroK7MSampleInfo info = SampleRecordOf(*track, timeStamp);
-  info.sampleSize = record.size;
-  info.compositionOffset = record.compositionOffset;
-  info.flags = (record.flags & kNotKeyMask) == 0 ? kQiroK7MSampleFlagKey : 0;
-  SampleDescriptor* descriptor = DescriptorOf(*track, fragments.DescriptionIndex());
-  if (descriptor == nullptr) {
+                                      SampleMaker& maker, const QiroK7MStream& stream,
+                                      bool& isValid) {
+  const SampleInfoTrun& run = fragments.Current();
+  auto sample = maker.Make(
+      timeStamp, {.size = run.size,
+                  .compositionOffset = run.compositionOffset,
+                  .flags = (run.flags & kNotKeyMask) == 0 ? uint32_t{kQiroK7MSampleFlagKey} : 0,
+                  .dataOffset = run.dataOffset,
+                  .descriptionIndex = fragments.DescriptionIndex()});
+  isValid = sample->GetSampleDescriptor() != nullptr;
+  if (!isValid) {
     stream.RaiseWarning(kQiroK7MWarningUnknownSampleDescription);
   }
-  auto sample = std::make_unique<Sample>(info, record.dataOffset, descriptor, track, cache);
-  isValid = descriptor != nullptr;
   return sample;
 }
 
@@ -35,11 +32,7 @@ std::unique_ptr<Sample> MakeRunSample(const FragmentCursor& fragments, uint64_t 
 FragmentedTrackIterator::FragmentedTrackIterator(Track* track, SampleDataCache* cache,
                                                  QiroK7MStream* stream, const Time& start,
                                                  const Time& end)
-    : track_(track),
-      cache_(cache),
-      stream_(stream),
-      edits_(*track, start, end),
-      fragments_(*track) {
+    : samples_(track, cache), stream_(stream), edits_(*track, start, end), fragments_(*track) {
   while (edits_.HasMoreEntries() && !edits_.IsGap() && !PositionInEdit()) {
     edits_.Next();
   }
@@ -82,11 +75,11 @@ std::unique_ptr<Sample> FragmentedTrackIterator::GetNextSample() {
   }
   std::unique_ptr<Sample> sample;
   if (edits_.IsGap()) {
-    sample = MakeGapSample(track_, edits_.SegmentStart());
+    sample = samples_.MakeGap(edits_.SegmentStart());
   } else {
     const uint64_t timeStamp =
         edits_.SegmentStart() + fragments_.Current().timeStamp - edits_.MediaTime();
-    sample = MakeRunSample(fragments_, timeStamp, track_, cache_, *stream_, isValid_);
+    sample = MakeRunSample(fragments_, timeStamp, samples_, *stream_, isValid_);
   }
   wasHandedOut_ = true;
   return sample;
@@ -94,11 +87,7 @@ std::unique_ptr<Sample> FragmentedTrackIterator::GetNextSample() {
 
 FragmentedMediaTrackIterator::FragmentedMediaTrackIterator(Track* track, SampleDataCache* cache,
                                                            QiroK7MStream* stream)
-    : track_(track),
-      cache_(cache),
-      stream_(stream),
-      inMovieBox_(track, cache),
-      fragments_(*track) {}
+    : samples_(track, cache), stream_(stream), inMovieBox_(track, cache), fragments_(*track) {}
 
 bool FragmentedMediaTrackIterator::HasMoreEntries() {
   if (!isInFragments_) {
@@ -122,7 +111,7 @@ std::unique_ptr<Sample> FragmentedMediaTrackIterator::GetNextSample() {
     return inMovieBox_.GetNextSample();
   }
   auto sample =
-      MakeRunSample(fragments_, fragments_.Current().timeStamp, track_, cache_, *stream_, isValid_);
+      MakeRunSample(fragments_, fragments_.Current().timeStamp, samples_, *stream_, isValid_);
   wasHandedOut_ = true;
   return sample;
 }

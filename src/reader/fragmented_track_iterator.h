@@ -27,8 +27,7 @@ class FragmentedTrackIterator final : public SampleIterator {
     return fragments_.HasMoreEntries() && fragments_.Current().timeStamp < mediaEnd_;
   }
 
-  Track* track_;
-  SampleDataCache* cache_;
+  SampleMaker samples_;
   QiroK7MStream* stream_;
   EditCursor edits_;
   FragmentCursor fragments_;
@@ -47,8 +46,7 @@ class FragmentedMediaTrackIterator final : public SampleIterator {
   std::unique_ptr<Sample> GetNextSample() override;
 
  private:
-  Track* track_;
-  SampleDataCache* cache_;
+  SampleMaker samples_;
   QiroK7MStream* stream_;
   MediaTrackIterator inMovieBox_;
   FragmentCursor fragments_;

@@ -43,7 +43,8 @@ Reader::Reader(std::unique_ptr<QiroK7MStream> stream, uint32_t readRules,
                const QiroK7MAllocatorCallBacks* allocator)
     : K7MBase(allocator),
       stream_(std::move(stream)),
-      document_(new (allocator) K7MDocument(stream_.Get(), readRules, allocator)),
+      document_(new (allocator)
+                    K7MDocument(stream_.Get(), readRules, KeptBoxes::kAllButFragments, allocator)),
       dataCache_(stream_.Get(), 0, kCacheSlots, kCacheBlockSize),
       tracks_(K7MAllocator<std::unique_ptr<Track>>(allocator)) {
   MakeTracks();

@@ -49,7 +49,7 @@ bool SampleTableCursor::PositionInChunk(uint32_t sampleNumber) {
     return false;
   }
   chunks_.AdvanceInChunk(before);
-  dataOffset_ = chunkOffsets_->offset + stsz_->SizeOfSamples(firstInChunk, before);
+  dataOffset_ = (*chunkOffsets_).offset + stsz_->SizeOfSamples(firstInChunk, before);
   return true;
 }
 
@@ -85,7 +85,7 @@ bool SampleTableCursor::EnterChunk(uint32_t previousChunk) {
   if (!chunkOffsets_.HasMoreEntries()) {
     return false;
   }
-  dataOffset_ = chunkOffsets_->offset;
+  dataOffset_ = (*chunkOffsets_).offset;
   return true;
 }
 

@@ -56,7 +56,7 @@ class SampleTableCursor {
   SttsIterator times_;
   SampleSizeIterator sizes_;
   StscIterator chunks_;
-  Iterator<ChunkOffsetEntry> chunkOffsets_;
+  ChunkOffsetIterator chunkOffsets_;
   CttsIterator compositionOffsets_;
   Iterator<SyncSampleEntry> syncSamples_;
   Iterator<uint8_t> dependencies_;

@@ -1,24 +1,20 @@
 #include "reader/track_iterator.h"
 
-#include "reader/sample_record.h"
-
 namespace qiro::k7m::impl {
 namespace {
 
 /// The sample at the cursor. `isValid` becomes false when its description index names no entry: the
 /// track then ends with this sample.
 std::unique_ptr<Sample> MakeTableSample(const SampleTableCursor& tables, uint64_t timeStamp,
-                                        Track* track, SampleDataCache* cache, bool& isValid) {
-  QiroK7MSampleInfo info = SampleRecordOf(*track, timeStamp);
-  info.sampleSize = tables.Size();
-  info.compositionOffset = tables.CompositionOffset();
-  info.flags = uint32_t{tables.Dependency()} << kQiroK7MSampleDependencyShift;
-  if (tables.IsKey()) {
-    info.flags |= kQiroK7MSampleFlagKey;
-  }
-  SampleDescriptor* descriptor = DescriptorOf(*track, tables.DescriptionIndex());
-  auto sample = std::make_unique<Sample>(info, tables.DataOffset(), descriptor, track, cache);
-  isValid = descriptor != nullptr;
+                                        SampleMaker& maker, bool& isValid) {
+  const uint32_t dependency = uint32_t{tables.Dependency()} << kQiroK7MSampleDependencyShift;
+  auto sample = maker.Make(
+      timeStamp, {.size = tables.Size(),
+                  .compositionOffset = tables.CompositionOffset(),
+                  .flags = dependency | (tables.IsKey() ? uint32_t{kQiroK7MSampleFlagKey} : 0),
+                  .dataOffset = tables.DataOffset(),
+                  .descriptionIndex = tables.DescriptionIndex()});
+  isValid = sample->GetSampleDescriptor() != nullptr;
   return sample;
 }
 
@@ -26,7 +22,7 @@ std::unique_ptr<Sample> MakeTableSample(const SampleTableCursor& tables, uint64_
 
 TrackIterator::TrackIterator(Track* track, SampleDataCache* cache, const Time& start,
                              const Time& end)
-    : track_(track), cache_(cache), edits_(*track, start, end) {
+    : track_(track), samples_(track, cache), edits_(*track, start, end) {
   while (edits_.HasMoreEntries() && !edits_.IsGap() && !PositionInEdit()) {
     edits_.Next();
   }
@@ -86,18 +82,18 @@ std::unique_ptr<Sample> TrackIterator::GetNextSample() {
     return nullptr;
   }
   if (edits_.IsGap()) {
-    auto gap = MakeGapSample(track_, edits_.SegmentStart());
+    auto gap = samples_.MakeGap(edits_.SegmentStart());
     wasHandedOut_ = true;
     return gap;
   }
   const uint64_t timeStamp = edits_.SegmentStart() + tables_->DecodeTime() - edits_.MediaTime();
-  auto sample = MakeTableSample(*tables_, timeStamp, track_, cache_, isValid_);
+  auto sample = MakeTableSample(*tables_, timeStamp, samples_, isValid_);
   wasHandedOut_ = true;
   return sample;
 }
 
 MediaTrackIterator::MediaTrackIterator(Track* track, SampleDataCache* cache)
-    : track_(track), cache_(cache), tables_(*track) {
+    : samples_(track, cache), tables_(*track) {
   tables_.Position(tables_.AllSamples());
 }
 
@@ -113,7 +109,7 @@ std::unique_ptr<Sample> MediaTrackIterator::GetNextSample() {
   if (!HasMoreEntries()) {
     return nullptr;
   }
-  auto sample = MakeTableSample(tables_, tables_.DecodeTime(), track_, cache_, isValid_);
+  auto sample = MakeTableSample(tables_, tables_.DecodeTime(), samples_, isValid_);
   wasHandedOut_ = true;
   return sample;
 }

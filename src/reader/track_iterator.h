@@ -4,6 +4,7 @@
 
 #include "reader/edit_cursor.h"
 #include "reader/sample_iterator.h"
+#include "reader/sample_maker.h"
 #include "reader/sample_table_cursor.h"
 
 namespace qiro::k7m::impl {
@@ -24,7 +25,7 @@ class TrackIterator final : public SampleIterator {
   bool PositionInEdit();
 
   Track* track_;
-  SampleDataCache* cache_;
+  SampleMaker samples_;
   EditCursor edits_;
   /// Made when the first edit that is not a gap is met.
   std::optional<SampleTableCursor> tables_;
@@ -42,8 +43,7 @@ class MediaTrackIterator final : public SampleIterator {
   std::unique_ptr<Sample> GetNextSample() override;
 
  private:
-  Track* track_;
-  SampleDataCache* cache_;
+  SampleMaker samples_;
   SampleTableCursor tables_;
   bool isValid_ = true;
   bool wasHandedOut_ = false;

@@ -10,15 +10,16 @@ constexpr uint32_t kVideo = 0x76696465;
 
 /// A fragment of three samples whose bytes stand directly behind it; no base offset is given, so
 /// that its data offset counts from the begin of the file.
-Bytes Fragment(uint64_t position) {
-  const auto moof = [](int32_t dataOffset) {
+Bytes Fragment(uint64_t position, const Bytes& moreInMoof) {
+  const auto moof = [&moreInMoof](int32_t dataOffset) {
     const Trun run{
         .dataOffset = dataOffset,
         .samples = {
             {.duration = 40, .size = 5}, {.duration = 40, .size = 6}, {.duration = 40, .size = 7}}};
     return Box("moof",
                FullBox("mfhd", 0, 0, Mfhd{}) +
-                   Box("traf", FullBox("tfhd", 0, 0, Tfhd{}) + FullBox("trun", 0, 0x301, run)));
+                   Box("traf", FullBox("tfhd", 0, 0, Tfhd{}) + FullBox("trun", 0, 0x301, run)) +
+                   moreInMoof);
   };
   const uint64_t dataOffset = position + moof(0).Size() + 8;
   return moof(static_cast<int32_t>(dataOffset)) + Box("mdat", Pattern(18, 3));
@@ -158,14 +159,14 @@ QiroK7MError CopyMetadataTwice(QiroK7MReader* reader) {
 
 }  // namespace
 
-Bytes FragmentedSessionFile() {
+Bytes FragmentedSessionFile(const Bytes& moreInMoof) {
   Movie movie;
   movie.tracks = {{.samples = SomeSamples(3, 40)}};
   movie.moreInMoov = Box("mvex", FullBox("trex", 0, 0, Trex{}));
   movie.duration = 360;
   movie.tracks[0].duration = 360;
   Bytes file = BuildMovie(movie).bytes;
-  for (int i = 0; i < 2; ++i) file = file + Fragment(file.Size());
+  for (int i = 0; i < 2; ++i) file = file + Fragment(file.Size(), moreInMoof);
   return file + UuidBox(kMetadataUuid, MetadataPacket());
 }
 

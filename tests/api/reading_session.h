@@ -36,7 +36,9 @@ inline Bytes SessionFile() {
 
 /// A fragmented document: a track with samples in the movie box and in two fragments behind the
 /// first media box, so that nearly every question parses on; the metadata box at the end.
-Bytes FragmentedSessionFile();
+Bytes FragmentedSessionFile(const Bytes& moreInMoof = {});
+/// The same with fragments of an unusual form, which are read box by box.
+inline Bytes UnusualSessionFile() { return FragmentedSessionFile(Box("skip")); }
 
 /// One question to a reader that can be asked again and again. Answers the first code that is not
 /// 0.

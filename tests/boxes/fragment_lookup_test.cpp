@@ -92,7 +92,7 @@ TEST(FindFragment, TimesThatWrapAreSearchedFromTheLast) {
                      Moof(TrafOf(1, 2)) + Moof(TrafOf(1, 2));
   Lookup lookup(file);
   lookup.ParseAll();
-  const uint64_t start = lookup.Root().FragmentsOf(1).At(2)->GetFirstSampleTimeStamp();
+  const uint64_t start = lookup.Root().FragmentsOf(1).At(2).startTime;
   EXPECT_LT(start, uint64_t{1} << 40);
   EXPECT_EQ(lookup.Find(start + 15), 2);
   EXPECT_EQ(lookup.Find(start + 25), 3);
@@ -134,7 +134,7 @@ TEST(FindFragment, AFailedFragmentIsReadAgainWithItsTimes) {
     EXPECT_EQ(ErrorOf([&] { other.Find(35); }), 4711u);
     EXPECT_EQ(other.ParsedCount(), 2u);
     EXPECT_EQ(other.Find(45), 2);
-    EXPECT_EQ(other.Root().FragmentsOf(1).At(2)->GetFirstSampleTimeStamp(), 40u);
+    EXPECT_EQ(other.Root().FragmentsOf(1).At(2).startTime, 40u);
     EXPECT_EQ(other.Find(55), 3);
   }
 }

@@ -25,7 +25,7 @@ using Iterators =
                      impl::CttsIterator, impl::StscIterator, impl::SampleSizeIterator,
                      impl::Iterator<uint8_t>, impl::Iterator<impl::SyncSampleEntry>,
                      impl::Iterator<impl::ChunkOffsetEntry>,
-                     impl::RunIterator<impl::CompactSttsEntry>, impl::RunIterator<impl::CttsEntry>>;
+                     impl::RunIterator<impl::CompactSttsEntry>>;
 TYPED_TEST_SUITE(IteratorWithoutATable, Iterators, IteratorName);
 
 TYPED_TEST(IteratorWithoutATable, HasNoEntries) {

@@ -19,8 +19,8 @@ class Document {
  public:
   /// Nothing is parsed yet.
   explicit Document(const Bytes& bytes, const QiroK7MAllocatorCallBacks* allocator = nullptr,
-                    uint32_t readRules = 0)
-      : opened_(bytes), root_(&opened_.Stream(), readRules, allocator) {}
+                    uint32_t readRules = 0, impl::KeptBoxes kept = impl::KeptBoxes::kAll)
+      : opened_(bytes), root_(&opened_.Stream(), readRules, kept, allocator) {}
 
   impl::RootBox& Root() { return root_; }
   OpenedStream& Opened() { return opened_; }

@@ -26,6 +26,7 @@ class GivenSamples final : public impl::SampleIterator {
 
   bool HasMoreEntries() override { return next_ < times_.size(); }
   std::unique_ptr<impl::Sample> GetNextSample() override {
+    if (!HasMoreEntries()) return nullptr;
     QiroK7MSampleInfo info{};
     info.timeStamp = times_.at(next_++);
     info.sampleSize = track_;
