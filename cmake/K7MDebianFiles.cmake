@@ -25,6 +25,10 @@ foreach(pair ${CPACK_K7M_PACKAGES})
     # It is the upstream changelog of every package.
     file(REMOVE ${doc}/CHANGELOG.md)
   endif()
+  # Debian's zsh looks there for what packages bring along.
+  if(EXISTS ${usr}/share/zsh/site-functions)
+    file(RENAME ${usr}/share/zsh/site-functions ${usr}/share/zsh/vendor-completions)
+  endif()
   file(MAKE_DIRECTORY ${doc})
   configure_file(${debian}/copyright ${doc}/copyright COPYONLY)
   configure_file(${debian}/../../CHANGELOG.md ${doc}/changelog COPYONLY)

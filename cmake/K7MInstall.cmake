@@ -50,4 +50,12 @@ install(DIRECTORY examples/ DESTINATION ${K7M_DOC_DIR}/examples COMPONENT dev
 
 if(K7M_BUILD_TOOLS)
   install(TARGETS k7m-tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(DIRECTORY tools/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  set(completions ${CMAKE_CURRENT_SOURCE_DIR}/tools/completions)
+  install(FILES ${completions}/k7m.bash RENAME k7m COMPONENT tools
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES ${completions}/_k7m COMPONENT tools
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+  install(FILES ${completions}/k7m.fish COMPONENT tools
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 endif()
