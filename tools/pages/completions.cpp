@@ -28,8 +28,9 @@ std::string CommandNames(const ProgramText& text) {
 /// In single quotes, for a shell whose quotes end at the next one whatever stands before it.
 std::string Quoted(const std::string& text) {
   std::string out = "'";
-  for (const char letter : text)
+  for (const char letter : text) {
     out += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
+  }
   return out + "'";
 }
 
@@ -70,16 +71,21 @@ std::string ZshAction(const OptionText& option) {
   return ":" + option.value + ":" + (option.namesFile ? "_files" : "");
 }
 
+/// One name of an option, as `_arguments` wants it. A long one takes its value behind '=' or as the
+/// next word.
+std::string ZshOption(const OptionText& option, const std::string& name) {
+  std::string text = option.takesMany ? "*" : "";
+  text += name;
+  if (!option.value.empty() && name.size() > 2) text += "=";
+  text.append("[").append(ZshQuoted(option.purpose)).append("]");
+  return Quoted(text + ZshAction(option));
+}
+
 std::string ZshOptions(const CommandText& command) {
   std::string out;
   for (const OptionText& option : command.options) {
     for (const std::string& name : option.names) {
-      // A long option takes its value behind '=' or as the next word.
-      const bool isLong = name.size() > 2;
-      const std::string repeated = option.takesMany ? "*" : "";
-      const std::string tail = option.value.empty() ? "" : isLong ? "=" : "";
-      out += " \\\n        " + Quoted(repeated + name + tail + "[" + ZshQuoted(option.purpose) +
-                                      "]" + ZshAction(option));
+      out.append(" \\\n        ").append(ZshOption(option, name));
     }
   }
   for (const OptionText& positional : command.positionals) {

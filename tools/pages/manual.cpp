@@ -29,7 +29,9 @@ std::string Italic(std::string_view text) { return "\\fI" + Escaped(text) + "\\f
 
 std::string Upper(std::string_view text) {
   std::string out;
-  for (const unsigned char letter : text) out += static_cast<char>(std::toupper(letter));
+  for (const char letter : text) {
+    out += static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
+  }
   return out;
 }
 
