@@ -18,6 +18,9 @@ namespace qiro::k7m::tool {
 /// else to the standard error.
 using Action = std::function<ExitCode(Output&)>;
 
+/// Describes the program and all its commands. What the user named ends up in `chosen`.
+void DescribeProgram(CLI::App& program, Action& chosen);
+
 void AddInfoCommand(CLI::App& program, Action& chosen);
 void AddTreeCommand(CLI::App& program, Action& chosen);
 void AddSamplesCommand(CLI::App& program, Action& chosen);

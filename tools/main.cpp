@@ -1,4 +1,3 @@
-#include <k7m/k7m.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -17,22 +16,9 @@ namespace {
 
 // Parses the command line. Help and version count as actions, for their text is a result as well.
 Action ChooseAction(int argumentCount, char** arguments) {
-  CLI::App program("Looks into media files in the K7M container, and copies them.", "k7m");
-  program.set_version_flag("--version", QiroK7MGetLibraryVersion());
-  program.footer("Example:\n  k7m info clip.mp4");
-  program.require_subcommand(1);
+  CLI::App program;
   Action chosen;
-  AddInfoCommand(program, chosen);
-  AddTreeCommand(program, chosen);
-  AddSamplesCommand(program, chosen);
-  AddExtractCommand(program, chosen);
-  AddRemuxCommand(program, chosen);
-  AddIndexCommand(program, chosen);
-  AddQueryCommand(program, chosen);
-  AddFragmentCommand(program, chosen);
-  AddRepairCommand(program, chosen);
-  AddAppendCommand(program, chosen);
-  AddVerifyCommand(program, chosen);
+  DescribeProgram(program, chosen);
   try {
     program.parse(argumentCount, arguments);
   } catch (const CLI::ParseError& end) {

@@ -141,7 +141,7 @@ enum QiroK7MErrorCode {
   kQiroK7MErrorAppendMetadata = 2053,
 
   /// Warning: a list whose length is not a multiple of 4, or 1 to 7 stray bytes where a box header
-  /// is looked for. The list is skipped, the bytes are ignored.
+  /// is looked for. The list is skipped (that of an 'elst' is read), the bytes are ignored.
   kQiroK7MWarningPayloadLength = 3073,
   /// Warning: an 'mdat' ends beyond the end of the stream. The box is kept.
   kQiroK7MWarningBoxPastEndOfStream = 3074,
