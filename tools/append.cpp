@@ -6,6 +6,7 @@
 
 #include "command.h"
 #include "existing_file.h"
+#include "local_file.h"
 #include "media_types.h"
 #include "messages.h"
 #include "output_file.h"
@@ -55,7 +56,7 @@ Matches MatchWithRecording(const Document& document, const RemuxPlan& plan,
                            const std::string& path) {
   InputOptions input;
   input.path = path;
-  const Document recording(input);
+  const Document recording(input, OpenLocalFile(path));
   RequireHintTrack(recording);
   return MatchTracks(document, plan, recording);
 }

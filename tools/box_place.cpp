@@ -18,7 +18,7 @@ uint64_t FileNumbers::At(uint64_t offset, size_t size) {
   uint64_t count = 0;
   QiroK7MError result = callBacks_.seek(file_, static_cast<int64_t>(offset), kQiroK7MSeekFromStart);
   if (result == 0) result = callBacks_.readSome(file_, bytes.data(), size, &count);
-  if (result != 0) throw SystemFailure(Path(), file_->ErrorNumber());
+  if (result != 0) throw file_->WhatFailed();
   if (count < size) throw LibraryFailure(Path(), kQiroK7MErrorReadFailed);
   uint64_t number = 0;
   for (size_t i = 0; i < size; ++i) number = number << 8 | bytes[i];

@@ -8,8 +8,23 @@
 
 namespace qiro::k7m::tool {
 
+void AddFileOptions(CLI::App* command, std::string* path, uint64_t* spoolLimit) {
+  command
+      ->add_option("FILE", *path,
+                   "The file to read: a path, an http:// or https:// address, or - for the "
+                   "standard input")
+      ->type_name("")
+      ->required();
+  command
+      ->add_option("--spool-limit", *spoolLimit,
+                   "How much of the standard input may be copied into a temporary file, as 500MB "
+                   "or 10GiB; 4GiB unless given")
+      ->type_name("SIZE")
+      ->transform(CLI::AsSizeValue(false));
+}
+
 void AddInputOptions(CLI::App* command, InputOptions* options) {
-  command->add_option("FILE", options->path, "The file to read")->type_name("")->required();
+  AddFileOptions(command, &options->path, &options->spoolLimit);
   command->add_flag("--strict", options->isStrict, "Fail at the first warning");
 }
 

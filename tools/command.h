@@ -56,7 +56,10 @@ CLI::App* AddCommand(CLI::App& program, const std::string& name, const std::stri
   return command;
 }
 
-/// FILE and --strict.
+/// FILE and --spool-limit, for commands that read an input once.
+void AddFileOptions(CLI::App* command, std::string* path, uint64_t* spoolLimit);
+
+/// The same and --strict.
 void AddInputOptions(CLI::App* command, InputOptions* options);
 
 /// For options that name one of several things by its number. Says what is wrong with the text, or

@@ -5,7 +5,10 @@
 namespace qiro::k7m::tool {
 
 Document::Document(const InputOptions& options)
-    : file_(options.path), warnings_(options.path, options.isStrict, options.isQuiet) {
+    : Document(options, OpenInput(options.path, options.spoolLimit)) {}
+
+Document::Document(const InputOptions& options, std::shared_ptr<InputSource> source)
+    : file_(std::move(source)), warnings_(file_.Path(), options.isStrict, options.isQuiet) {
   const QiroK7MIStreamCallBacks stream = file_.CallBacks();
   const QiroK7MWarningHandlerCallBacks warning = warnings_.CallBacks();
   const QiroK7MAllocatorCallBacks allocator;
@@ -85,7 +88,7 @@ void Document::Check(QiroK7MError code) const {
 }
 
 Failure Document::FailureFor(QiroK7MError code) const {
-  if (code == FileStream::kSystemFailed) return SystemFailure(file_.Path(), file_.ErrorNumber());
+  if (code == FileStream::kSystemFailed) return file_.WhatFailed();
   return LibraryFailure(file_.Path(), code);
 }
 

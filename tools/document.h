@@ -47,6 +47,7 @@ struct InputOptions {
   std::string path;
   bool isStrict = false;  ///< A warning ends the command.
   bool isQuiet = false;   ///< Warnings are not shown.
+  uint64_t spoolLimit = kUsualSpoolLimit;
 };
 
 /// A document that is open for reading. Every failure is thrown with the file's name. In a
@@ -55,6 +56,8 @@ struct InputOptions {
 class Document {
  public:
   explicit Document(const InputOptions& options);
+  /// The same of an input that is open already.
+  Document(const InputOptions& options, std::shared_ptr<InputSource> source);
   Document(const Document&) = delete;
   Document& operator=(const Document&) = delete;
 

@@ -8,8 +8,10 @@ Failure FileFailure(const std::string& path, const std::string& message) {
   return Failure(path + ": " + message);
 }
 
+std::string SystemMessage(int errorNumber) { return std::generic_category().message(errorNumber); }
+
 Failure SystemFailure(const std::string& path, int errorNumber) {
-  return FileFailure(path, std::generic_category().message(errorNumber));
+  return FileFailure(path, SystemMessage(errorNumber));
 }
 
 Failure LibraryFailure(const std::string& path, QiroK7MError code) {

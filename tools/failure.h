@@ -34,7 +34,9 @@ class OutputClosed {};
 
 /// "clip.mp4: message"
 Failure FileFailure(const std::string& path, const std::string& message);
-/// "clip.mp4: No such file or directory"; `errorNumber` is an errno value.
+/// "No such file or directory"; `errorNumber` is an errno value.
+std::string SystemMessage(int errorNumber);
+/// "clip.mp4: No such file or directory"
 Failure SystemFailure(const std::string& path, int errorNumber);
 /// "clip.mp4: kQiroK7MErrorNoMovieBox (6): no 'moov' box where one is required"
 Failure LibraryFailure(const std::string& path, QiroK7MError code);

@@ -101,7 +101,8 @@ void RunFragment(const FragmentOptions& options, Output&) {
     file.Commit();
   }
   if (!options.indexPath.empty()) {
-    WriteFragmentIndex(options.outputPath, options.indexPath, RuleOf(options));
+    FileStream copy(options.outputPath);
+    WriteFragmentIndex(&copy, options.indexPath, RuleOf(options));
   }
 }
 

@@ -2,7 +2,6 @@
 
 #include <optional>
 
-#include "failure.h"
 #include "file_stream.h"
 
 namespace qiro::k7m::tool {
@@ -11,7 +10,8 @@ namespace {
 // The big-endian numbers at the top of a file's boxes.
 class HeaderReader {
  public:
-  explicit HeaderReader(const std::string& path) : file_(path), stream_(file_.CallBacks()) {}
+  explicit HeaderReader(const FileStream& file)
+      : file_(file.Source()), stream_(file_.CallBacks()) {}
 
   // None where the file ends before that.
   std::optional<uint64_t> Number(uint64_t offset, uint64_t byteCount) {
@@ -32,7 +32,7 @@ class HeaderReader {
 
  private:
   void Check(QiroK7MError code) const {
-    if (code != kQiroK7MErrorNone) throw SystemFailure(file_.Path(), file_.ErrorNumber());
+    if (code != kQiroK7MErrorNone) throw file_.WhatFailed();
   }
 
   FileStream file_;
@@ -41,9 +41,9 @@ class HeaderReader {
 
 }  // namespace
 
-uint64_t CountFragments(const std::string& path) {
+uint64_t CountFragments(const FileStream& file) {
   constexpr uint64_t kFragment = 0x6D6F6F66;  // 'moof'
-  HeaderReader reader(path);
+  HeaderReader reader(file);
   uint64_t count = 0;
   for (uint64_t offset = 0;;) {
     const std::optional<uint64_t> header = reader.Number(offset, 8);

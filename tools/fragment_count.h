@@ -3,12 +3,13 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 namespace qiro::k7m::tool {
 
+class FileStream;
+
 /// Counts the movie fragments ('moof') among the boxes at the top of a file, up to the first box
 /// that does not end in the file. Nothing but the headers of these boxes is read.
-uint64_t CountFragments(const std::string& path);
+uint64_t CountFragments(const FileStream& file);
 
 }  // namespace qiro::k7m::tool

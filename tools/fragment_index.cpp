@@ -48,17 +48,16 @@ std::vector<uint8_t> IndexBox(const FragmentList& list, const std::string& path)
 
 }  // namespace
 
-void WriteFragmentIndex(const std::string& path, const std::string& indexPath,
+void WriteFragmentIndex(FileStream* file, const std::string& indexPath,
                         ReplacementFile::Target rule) {
-  FileStream file(path);
-  OutputFile output(indexPath, file, rule);
-  const FragmentList list = ListFragments(&file);
-  if (list.fragments.empty()) throw FileFailure(file.Path(), "no fragment that is complete");
-  const std::vector<uint8_t> box = IndexBox(list, file.Path());
+  OutputFile output(indexPath, *file, rule);
+  const FragmentList list = ListFragments(file);
+  if (list.fragments.empty()) throw FileFailure(file->Path(), "no fragment that is complete");
+  const std::vector<uint8_t> box = IndexBox(list, file->Path());
   output.Write(box.data(), box.size());
   output.Commit();
   if (list.isLastCutOff) {
-    PrintMessage(file.Path() + ": the fragment behind the last one is not complete; left out");
+    PrintMessage(file->Path() + ": the fragment behind the last one is not complete; left out");
   }
 }
 

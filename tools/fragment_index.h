@@ -8,10 +8,12 @@
 
 namespace qiro::k7m::tool {
 
+class FileStream;
+
 /// Makes the index of the complete fragments of a file; "-" for the standard output. A last one
 /// that is not complete is left out, with a message. Throws when there is none, and as
 /// ListFragments().
-void WriteFragmentIndex(const std::string& path, const std::string& indexPath,
+void WriteFragmentIndex(FileStream* file, const std::string& indexPath,
                         ReplacementFile::Target rule);
 
 }  // namespace qiro::k7m::tool

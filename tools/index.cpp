@@ -12,16 +12,18 @@ struct IndexOptions {
 };
 
 /// Opens the file as a document, for its messages about files that are none.
-void RequireFragmented(const InputOptions& input) {
-  const Document document(input);
+void RequireFragmented(const InputOptions& input, const std::shared_ptr<InputSource>& source) {
+  const Document document(input, source);
   QiroK7MDocInfo info;
   document.Check(QiroK7MReaderGetDocInfo(document.Reader(), &info));
-  if (info.isFragmented == 0) throw FileFailure(input.path, "the file is not fragmented");
+  if (info.isFragmented == 0) throw FileFailure(source->Name(), "the file is not fragmented");
 }
 
 void RunIndex(const IndexOptions& options, Output&) {
-  RequireFragmented(options.input);
-  WriteFragmentIndex(options.input.path, options.outputPath,
+  const auto source = OpenInput(options.input.path, options.input.spoolLimit);
+  RequireFragmented(options.input, source);
+  FileStream file(source);
+  WriteFragmentIndex(&file, options.outputPath,
                      options.mayReplace ? ReplacementFile::Target::kMayBeReplaced
                                         : ReplacementFile::Target::kMustBeNew);
 }

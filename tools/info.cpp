@@ -144,7 +144,7 @@ void RunInfo(const InfoOptions& options, Output& out) {
     QiroK7MDocInfo info;
     document.Check(QiroK7MReaderGetDocInfo(document.Reader(), &info));
     facts.info = info;
-    if (info.isFragmented != 0) facts.fragmentCount = CountFragments(document.File().Path());
+    if (info.isFragmented != 0) facts.fragmentCount = CountFragments(document.File());
   });
   attempt([&] {
     uint32_t length = 0;

@@ -11,6 +11,7 @@ namespace {
 struct QueryOptions {
   std::string path;
   std::string indexPath;  // Empty: none.
+  uint64_t spoolLimit = kUsualSpoolLimit;
   uint32_t fragmentNumber = 0;
   uint32_t segmentNumber = 1;
   std::string outputPath = "-";
@@ -26,8 +27,10 @@ struct DeleteBlock {
 /// A K7R file, perhaps with its index, that is asked for fragments.
 class FragmentSource {
  public:
-  explicit FragmentSource(const QueryOptions& options) : file_(options.path) {
-    if (!options.indexPath.empty()) index_.emplace(options.indexPath);
+  explicit FragmentSource(const QueryOptions& options)
+      : file_(OpenInput(options.path, options.spoolLimit)) {
+    if (!options.indexPath.empty())
+      index_.emplace(OpenInput(options.indexPath, options.spoolLimit));
     const QiroK7MIStreamCallBacks file = file_.CallBacks();
     const QiroK7MIStreamCallBacks index = index_ ? index_->CallBacks() : file;
     const QiroK7MAllocatorCallBacks allocator;
@@ -58,8 +61,8 @@ class FragmentSource {
   void Check(QiroK7MError code) const {
     if (code == kQiroK7MErrorNone) return;
     if (code == FileStream::kSystemFailed) {
-      const FileStream& failed = index_ && index_->ErrorNumber() != 0 ? *index_ : file_;
-      throw SystemFailure(failed.Path(), failed.ErrorNumber());
+      const FileStream& failed = index_ && index_->HasFailed() ? *index_ : file_;
+      throw failed.WhatFailed();
     }
     throw LibraryFailure(code == kQiroK7MErrorBadFragmentIndex ? index_->Path() : file_.Path(),
                          code);
@@ -71,6 +74,9 @@ class FragmentSource {
 };
 
 void RunQuery(const QueryOptions& options, Output&) {
+  if (options.path == "-" && options.indexPath == "-") {
+    throw UsageFailure("FILE and its index cannot both be the standard input");
+  }
   const FragmentSource source(options);
   if (source.Index() != nullptr && options.outputPath != "-") {
     RefuseToOverwrite(*source.Index(), options.outputPath);
@@ -89,7 +95,7 @@ void AddQueryCommand(CLI::App& program, Action& chosen) {
   CLI::App* command = AddCommand(program, "query", "Copy one fragment of a K7R file, as it is",
                                  "k7m query live.k7r --index live.idx --fragment 3 -o 3.bin",
                                  options, RunQuery, chosen);
-  command->add_option("FILE", options->path, "The file to read")->type_name("")->required();
+  AddFileOptions(command, &options->path, &options->spoolLimit);
   CLI::Option* index =
       command
           ->add_option("--index", options->indexPath,

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "document.h"
+#include "local_file.h"
 #include "media_durations.h"
 #include "media_time.h"
 #include "media_types.h"
@@ -70,7 +71,7 @@ class Ends {
 std::vector<uint64_t> TimesBehindEnd(const std::string& path) {
   InputOptions input;
   input.path = path;
-  const Document recording(input);
+  const Document recording(input, OpenLocalFile(path));
   return Ends(recording).Behind();
 }
 

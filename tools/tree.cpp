@@ -17,8 +17,8 @@ struct TreeOptions {
 };
 
 void RunTree(const TreeOptions& options, Output& out) {
-  FileStream file(options.input.path);
-  Warnings warnings(options.input.path, options.input.isStrict);
+  FileStream file(OpenInput(options.input.path, options.input.spoolLimit));
+  Warnings warnings(file.Path(), options.input.isStrict);
   const std::unique_ptr<TreeForm> form = MakeTreeForm(options.asJson, out);
   const TreeResult result =
       WalkTree(file, warnings,

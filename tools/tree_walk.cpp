@@ -64,7 +64,7 @@ QiroK7MError TreeWalk::Attempt(const Step& step) {
     return kQiroK7MErrorNone;
   } catch (const exception_t& refusal) {
     const QiroK7MError code = refusal.get_error();
-    if (code == FileStream::kSystemFailed) throw SystemFailure(file_.Path(), file_.ErrorNumber());
+    if (code == FileStream::kSystemFailed) throw file_.WhatFailed();
     if (code == kQiroK7MErrorAbortedByWarningHandler) throw LibraryFailure(file_.Path(), code);
     return code;
   } catch (const std::bad_alloc&) {

@@ -10,6 +10,7 @@ namespace {
 
 struct VerifyOptions {
   std::string path;
+  uint64_t spoolLimit = kUsualSpoolLimit;
   bool asJson = false;
 };
 
@@ -19,8 +20,8 @@ VerifiedBox* FirstMovieBox(VerifiedBox* top) {
 }
 
 // Fills the boxes of the tracks; false when there is no movie box.
-bool CheckBoxes(const std::string& path, Findings* findings, TrackBoxes* tracks) {
-  FileStream stream(path);
+bool CheckBoxes(const std::shared_ptr<InputSource>& input, Findings* findings, TrackBoxes* tracks) {
+  FileStream stream(input);
   VerifiedFile file(&stream);
   BoxTree boxes(&file, findings);
   Verification all{.file = file, .findings = *findings, .top = boxes.ReadTopLevel()};
@@ -47,10 +48,11 @@ bool CheckBoxes(const std::string& path, Findings* findings, TrackBoxes* tracks)
 ExitCode RunVerify(const VerifyOptions& options, Output& out) {
   Findings findings;
   TrackBoxes tracks;
+  const std::shared_ptr<InputSource> input = OpenInput(options.path, options.spoolLimit);
   // All memory of the one is given back before the other begins.
-  const bool hasMovie = CheckBoxes(options.path, &findings, &tracks);
+  const bool hasMovie = CheckBoxes(input, &findings, &tracks);
   if (hasMovie && !findings.Has(kTooManyBoxes)) {
-    CheckReading(options.path, tracks, &findings);
+    CheckReading(input, tracks, &findings);
   }
   out.Write(options.asJson ? JsonText(VerifyJson(options.path, findings)) : VerifyText(findings));
   if (findings.Count(Severity::kError) > 0) return ExitCode::kFailed;
@@ -63,7 +65,7 @@ void AddVerifyCommand(CLI::App& program, Action& chosen) {
   const auto options = std::make_shared<VerifyOptions>();
   CLI::App* command = AddCommand(program, "verify", "Check a file, and say what its faults lead to",
                                  "k7m verify clip.mp4 --json", options, RunVerify, chosen);
-  command->add_option("FILE", options->path, "The file to read")->type_name("")->required();
+  AddFileOptions(command, &options->path, &options->spoolLimit);
   command->add_flag("--json", options->asJson, "Print JSON");
 }
 

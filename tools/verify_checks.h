@@ -48,6 +48,7 @@ struct TrackBoxes {
   std::vector<bool> isElsewhere;   ///< For each track: its samples are in another file.
 };
 /// Reads every sample through the library.
-void CheckReading(const std::string& path, const TrackBoxes& boxes, Findings* findings);
+void CheckReading(const std::shared_ptr<InputSource>& input, const TrackBoxes& boxes,
+                  Findings* findings);
 
 }  // namespace qiro::k7m::tool

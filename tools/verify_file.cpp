@@ -51,7 +51,7 @@ const VerifiedFile::Block& VerifiedFile::Fetch(uint64_t number) {
   if (result == 0) {
     result = callBacks_.readSome(file_, oldest->bytes.data(), kBlockSize, &oldest->size);
   }
-  if (result != 0) throw SystemFailure(file_->Path(), file_->ErrorNumber());
+  if (result != 0) throw file_->WhatFailed();
   return *oldest;
 }
 

@@ -131,13 +131,14 @@ class SampleReading {
 
 }  // namespace
 
-void CheckReading(const std::string& path, const TrackBoxes& boxes, Findings* findings) {
+void CheckReading(const std::shared_ptr<InputSource>& input, const TrackBoxes& boxes,
+                  Findings* findings) {
   try {
     // What the library warns of has been found already.
-    const Document document({.path = path, .isQuiet = true});
+    const Document document({.path = input->Name(), .isQuiet = true}, input);
     SampleReading(document, boxes, findings).Run();
   } catch (const Failure& failure) {
-    AddRefusal(path, failure, findings);
+    AddRefusal(input->Name(), failure, findings);
   }
 }
 

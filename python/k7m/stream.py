@@ -1,0 +1,138 @@
+"""Python file objects as the streams that the library reads and writes.
+
+Whatever a file object raises, an interrupt from the keyboard included, is kept while the library
+returns, and then raised to the caller.
+"""
+
+import ctypes
+import os
+from collections.abc import Callable, Iterable
+from typing import BinaryIO, Optional, Union
+
+from . import _records as r
+from .errors import ErrorCode, K7MError
+
+#: A path, or an object open in binary mode that can be sought. Its own position is of no account:
+#: the library's begins at the file's first byte.
+File = Union[str, bytes, "os.PathLike[str]", BinaryIO]
+
+# What a callback answers when Python code has raised; no code of the library's.
+_RAISED = 0x5059_4558
+# More is not asked for at once, for a size may be a lie.
+_LARGEST_READ = 4 << 20
+_LARGEST_OFFSET = (1 << 63) - 1
+
+
+class Stream:
+    """A file object, or the file of a path, with a position of its own.
+
+    A file that was opened here is closed with the stream; a file object stays open.
+    """
+
+    def __init__(self, file: File, mode: str = "rb"):
+        self._is_ours = isinstance(file, (str, bytes, os.PathLike))
+        self._file: BinaryIO = open(file, mode) if self._is_ours else file  # type: ignore
+        self._position = 0
+        self._problem: Optional[BaseException] = None
+        is_writing = mode != "rb"
+        record = r.IOStream if is_writing else r.IStream
+        self.record = r.make(
+            record,
+            open=r.PLAIN(self._guard(self._open)),
+            close=r.PLAIN(self._guard(self._flush if is_writing else self._nothing)),
+            readSome=r.READ_SOME(self._guard(self._read)),
+            seek=r.SEEK(self._guard(self._seek)),
+            tell=r.TELL(self._guard(self._tell)),
+        )
+        if is_writing:
+            self.record.write = r.WRITE(self._guard(self._write))
+            self.record.truncate = r.TRUNCATE(self._guard(self._truncate))
+
+    def length(self) -> int:
+        """Bytes in the file now."""
+        return self._file.seek(0, os.SEEK_END)
+
+    def close(self) -> None:
+        """Closes the file when the stream has opened it. No callback may follow."""
+        if self._is_ours:
+            self._file.close()
+
+    def note(self, problem: BaseException) -> None:
+        """Keeps what Python code raised while the library was at work."""
+        self._problem = problem
+
+    @staticmethod
+    def check(code: int, streams: Iterable["Stream"]) -> None:
+        """Raises for every code but 0: what Python code raised, where that is what ended the call,
+        or else a K7MError, caused by that."""
+        if code == ErrorCode.kQiroK7MErrorNone:
+            return
+        problem = None
+        for stream in streams:
+            problem, stream._problem = problem or stream._problem, None
+        if problem and code in (_RAISED, ErrorCode.kQiroK7MErrorAbortedByWarningHandler):
+            raise problem
+        raise K7MError(code) from problem
+
+    def _guard(self, step: Callable) -> Callable:
+        def run(_client_data, *arguments) -> int:
+            try:
+                step(*arguments)
+            except BaseException as problem:  # Nothing may go through the library.
+                self._problem = problem
+                return _RAISED
+            return 0
+
+        return run
+
+    def _open(self) -> None:
+        self._position = 0
+
+    def _nothing(self) -> None:
+        pass
+
+    def _flush(self) -> None:
+        if hasattr(self._file, "flush"):
+            self._file.flush()
+
+    def _read(self, target: int, size: int, done) -> None:
+        done[0] = 0
+        self._file.seek(self._position)
+        while done[0] < size:
+            wanted = min(size - done[0], _LARGEST_READ)
+            data = self._file.read(wanted)
+            if data is None:
+                raise BlockingIOError("the file object has no bytes at the moment")
+            data = bytes(data)
+            if len(data) > wanted:
+                raise ValueError(f"the file object's read({wanted}) gave {len(data)} bytes")
+            if not data:
+                return
+            ctypes.memmove(target + done[0], data, len(data))
+            done[0] += len(data)
+            self._position += len(data)
+
+    def _seek(self, offset: int, origin: int) -> None:
+        base = (0, self._position, None)[origin]
+        if base is None:
+            base = self.length()
+        if not 0 <= base + offset <= _LARGEST_OFFSET:
+            raise ValueError(f"a seek to {base + offset}")
+        self._position = base + offset
+
+    def _tell(self, position) -> None:
+        position[0] = self._position
+
+    def _write(self, source: int, size: int, done) -> None:
+        done[0] = 0
+        self._file.seek(self._position)
+        while done[0] < size:
+            count = min(size - done[0], _LARGEST_READ)
+            written = self._file.write(ctypes.string_at(source + done[0], count))
+            if not written or not 0 < written <= count:
+                raise OSError(f"the file object wrote {written} of {count} bytes")
+            done[0] += written
+            self._position += written
+
+    def _truncate(self, length: int) -> None:
+        self._file.truncate(length)

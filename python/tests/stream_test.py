@@ -1,0 +1,152 @@
+"""Whatever a file object does comes back to the caller; nothing of it harms the library."""
+
+import io
+
+import k7m
+import pytest
+
+
+class Trouble(Exception):
+    pass
+
+
+class Failing(io.BytesIO):
+    """Raises at the n-th call of one of its functions."""
+
+    def __init__(self, content: bytes, name: str, calls: int, problem: BaseException):
+        super().__init__(content)
+        self.left = calls
+        self.name = name
+        self.problem = problem
+
+    def _count(self, name: str):
+        if name == self.name:
+            self.left -= 1
+            if self.left == 0:
+                raise self.problem
+
+    def read(self, *arguments):
+        self._count("read")
+        return super().read(*arguments)
+
+    def seek(self, *arguments):
+        self._count("seek")
+        return super().seek(*arguments)
+
+    def write(self, *arguments):
+        self._count("write")
+        return super().write(*arguments)
+
+    def truncate(self, *arguments):
+        self._count("truncate")
+        return super().truncate(*arguments)
+
+    def flush(self):
+        self._count("flush")
+
+
+def read_all(file) -> int:
+    with k7m.open(file) as document:
+        return sum(len(s.read()) for s in document.media_samples())
+
+
+def write_some(file) -> None:
+    with k7m.Writer(file, is_fragmented=True) as writer:
+        track = writer.add_track("vide", 25, [k7m.VideoDescription("raw ", b"", 4, 4)])
+        for i in range(30):
+            track.write([k7m.NewSample(b"pixels", i, is_key=True)])
+            if i % 10 == 9:
+                writer.flush()
+
+
+@pytest.mark.parametrize("name", ["read", "seek"])
+@pytest.mark.parametrize("problem", [Trouble(), KeyboardInterrupt()])
+def test_every_failure_while_reading_is_raised(clips, name, problem):
+    content = (clips / "fragmented-base-is-moof.mp4").read_bytes()
+    for calls in range(1, 100_000):
+        file = Failing(content, name, calls, problem)
+        try:
+            read_all(file)
+        except type(problem) as caught:
+            assert caught is problem
+        else:
+            break
+    assert file.left > 0 and calls > 20
+
+
+@pytest.mark.parametrize("name", ["read", "seek", "write", "truncate", "flush"])
+def test_every_failure_while_writing_is_raised(name):
+    for calls in range(1, 10_000):
+        file = Failing(b"", name, calls, Trouble())
+        try:
+            write_some(file)
+        except Trouble:
+            continue
+        break
+    assert file.left > 0
+    assert calls > 1 or name in ("read", "truncate")
+
+
+def test_a_problem_that_the_library_gives_another_code_is_the_cause(clips):
+    # Behind an index with global entries nearly every failure is that there is no such fragment.
+    index = (
+        b"afra\0\0\0\0" + b"\xe0" + (1000).to_bytes(4, "big") + bytes(4) + (1).to_bytes(4, "big")
+        + (0).to_bytes(8, "big") + (1).to_bytes(4, "big") * 2 + bytes(16)
+    )  # fmt: skip
+    index = (len(index) + 4).to_bytes(4, "big") + index
+    file = Failing((clips / "video-only.mp4").read_bytes(), "seek", 2, Trouble())
+    with k7m.FragmentQuery(file, io.BytesIO(index)) as query:
+        with pytest.raises(k7m.K7MError) as caught:
+            query.fragment(1)
+    assert caught.value.code == k7m.ErrorCode.kQiroK7MErrorFragmentNotFound
+    assert isinstance(caught.value.__cause__, Trouble)
+
+
+class Answering(io.BytesIO):
+    answer = None
+
+    def read(self, *arguments):
+        return self.answer
+
+
+@pytest.mark.parametrize(
+    "answer, kind",
+    [(None, BlockingIOError), ("text", TypeError), (b"x" * 9_000_000, ValueError), (7.5, TypeError)],
+)
+def test_a_strange_answer_is_an_exception(answer, kind):
+    file = Answering(b"0123456789")
+    file.answer = answer
+    with pytest.raises(kind):
+        k7m.open(file)
+
+
+def test_a_file_object_that_is_none():
+    with pytest.raises(AttributeError):
+        k7m.open(object())
+    with pytest.raises(io.UnsupportedOperation):
+        k7m.open(Unseekable())
+
+
+class Unseekable(io.RawIOBase):
+    def readable(self):
+        return True
+
+
+def test_short_reads_are_read_on(clips):
+    class Short(io.BytesIO):
+        def read(self, size=-1):
+            return super().read(min(size, 7))
+
+    content = (clips / "video-only.mp4").read_bytes()
+    assert read_all(Short(content)) == read_all(io.BytesIO(content))
+
+
+def test_short_writes_are_written_on(tmp_path):
+    class Short(io.BytesIO):
+        def write(self, data):
+            return super().write(data[:5])
+
+    short, whole = Short(), io.BytesIO()
+    write_some(short)
+    write_some(whole)
+    assert short.getvalue() == whole.getvalue() != b""
