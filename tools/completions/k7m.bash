@@ -15,24 +15,24 @@ _k7m() {
     return
   fi
   case $command:$previous in
-    samples:--track | samples:--type | samples:--from | samples:--to | extract:--track | extract:--description | remux:--edits | query:--fragment | query:--segment | fragment:--duration | append:--keep-until | append:--duration) return ;;
+    info:--spool-limit | tree:--spool-limit | samples:--spool-limit | samples:--track | samples:--type | samples:--from | samples:--to | extract:--spool-limit | extract:--track | extract:--description | remux:--spool-limit | remux:--edits | index:--spool-limit | query:--spool-limit | query:--fragment | query:--segment | fragment:--spool-limit | fragment:--duration | append:--spool-limit | append:--keep-until | append:--duration | verify:--spool-limit) return ;;
   esac
   if [[ $current != -* ]]; then
     mapfile -t COMPREPLY < <(compgen -f -- "$current")
     return
   fi
   case $command in
-    info) words='-h --help --strict --json' ;;
-    tree) words='-h --help --strict --json --all' ;;
-    samples) words='-h --help --strict --track --type --from --to --media --json --csv' ;;
-    extract) words='-h --help --strict --metadata --track --codec-header --description -o --output' ;;
-    remux) words='-h --help --strict --edits --fragmented --metadata --no-metadata --force' ;;
-    index) words='-h --help --strict -o --output --force' ;;
-    query) words='-h --help --index --fragment --segment -o --output --force' ;;
-    fragment) words='-h --help --strict --duration --bootstrap --index --force' ;;
+    info) words='-h --help --spool-limit --strict --json' ;;
+    tree) words='-h --help --spool-limit --strict --json --all' ;;
+    samples) words='-h --help --spool-limit --strict --track --type --from --to --media --json --csv' ;;
+    extract) words='-h --help --spool-limit --strict --metadata --track --codec-header --description -o --output' ;;
+    remux) words='-h --help --spool-limit --strict --edits --fragmented --metadata --no-metadata --force' ;;
+    index) words='-h --help --spool-limit --strict -o --output --force' ;;
+    query) words='-h --help --spool-limit --index --fragment --segment -o --output --force' ;;
+    fragment) words='-h --help --spool-limit --strict --duration --bootstrap --index --force' ;;
     repair) words='-h --help' ;;
-    append) words='-h --help --strict --keep-until --duration' ;;
-    verify) words='-h --help --json' ;;
+    append) words='-h --help --spool-limit --strict --keep-until --duration' ;;
+    verify) words='-h --help --spool-limit --json' ;;
   esac
   mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
 }
