@@ -19,6 +19,9 @@ endif()
 # Linked privately by every target of ours; never reaches code that uses the library.
 add_library(k7m_warnings INTERFACE)
 target_compile_options(k7m_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(k7m_warnings INTERFACE -Wreserved-identifier)
+endif()
 
 if(K7M_SANITIZE)
   add_compile_options(-fsanitize=${K7M_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -70,6 +70,13 @@ void ExpectTaken(const Bytes& file, const Taken& taken) {
   }
 }
 
+/// Whether the last box that was kept reads bytes of what was cut off behind it: the entry counts
+/// of 'stts' and 'stsc' deliberately are read without a look at the box's end.
+bool IsCutInsideACount(const Bytes& before, const Bytes& after) {
+  return after.Size() < before.Size() &&
+         OpenedReader(before.Slice(0, after.Size())).Result() == kQiroK7MErrorReadFailed;
+}
+
 }  // namespace
 }  // namespace k7mfuzz
 
@@ -92,6 +99,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool isFinished = writer.IsGood() && QiroK7RCloseWriter(writer.K7R()) == 0;
   writer.Destroy();
   bound.Check(writer.Memory(), writer.Stream().BytesDelivered());
-  if (isFinished) ExpectTaken(writer.File(), taken);
+  if (isFinished && !IsCutInsideACount(file, writer.File())) ExpectTaken(writer.File(), taken);
   return 0;
 }

@@ -2,6 +2,7 @@
 #include "info_facts.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "command.h"

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "json_text.h"
 #include "media_time.h"
 #include "media_types.h"
 #include "text_format.h"

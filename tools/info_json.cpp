@@ -1,6 +1,9 @@
 #include <cmath>
+#include <nlohmann/json.hpp>
 
 #include "info_facts.h"
+
+#include "text_format.h"
 
 namespace qiro::k7m::tool {
 namespace {

@@ -66,8 +66,4 @@ std::string NumberText(double number) {
   return text;
 }
 
-std::string JsonText(const Json& json) {
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-}
-
 }  // namespace qiro::k7m::tool

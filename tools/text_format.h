@@ -6,13 +6,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
 namespace qiro::k7m::tool {
-
-using Json = nlohmann::ordered_json;
 
 /// The text with control characters as \xNN, so that no file can write to a terminal as it likes.
 std::string Printable(std::string_view text);
@@ -26,7 +23,5 @@ std::string DateText(const QiroK7MDateTime& date);
 std::string CountText(uint64_t count, std::string_view thing);
 /// A number with at most six significant digits and no trailing zeros: "44100", "29.97".
 std::string NumberText(double number);
-/// The JSON text with an indent of 2 and a line end; bytes that are not UTF-8 are replaced.
-std::string JsonText(const Json& json);
 
 }  // namespace qiro::k7m::tool

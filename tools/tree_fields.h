@@ -3,9 +3,11 @@
 #pragma once
 
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <span>
 
 #include "boxes/field_sink.h"
+#include "json_text.h"
 #include "text_format.h"
 
 namespace qiro::k7m::tool {

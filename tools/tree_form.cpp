@@ -1,7 +1,10 @@
 #include "tree_form.h"
 
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <vector>
+
+#include "text_format.h"
 
 namespace qiro::k7m::tool {
 namespace {

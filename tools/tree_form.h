@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "json_text.h"
 #include "output.h"
-#include "text_format.h"
 
 namespace qiro::k7m::tool {
 

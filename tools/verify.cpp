@@ -1,4 +1,6 @@
 /// `k7m verify`: what is wrong with a file, and what comes of it.
+#include <nlohmann/json.hpp>
+
 #include "command.h"
 #include "verify_checks.h"
 #include "verify_report.h"

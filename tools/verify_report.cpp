@@ -1,5 +1,9 @@
 #include "verify_report.h"
 
+#include <nlohmann/json.hpp>
+
+#include "text_format.h"
+
 namespace qiro::k7m::tool {
 namespace {
 

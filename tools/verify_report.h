@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "text_format.h"
+#include "json_text.h"
 #include "verify_findings.h"
 
 namespace qiro::k7m::tool {

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <fstream>
+#include <iterator>
 #include <set>
 #include <string>
 
@@ -153,18 +154,25 @@ TEST(QuietFunctions, ClosingAReaderTakesNoMemory) {
   EXPECT_EQ(CountHeap().allocations + reader.Memory().Allocations(), allocations);
 }
 
-/// The names in the list of exports that belong to reading.
-std::set<std::string> ExportedReadingFunctions() {
+/// The exported names that belong to reading, or those that do not: to writing and to the servicer.
+std::set<std::string> ExportedFunctions(bool isReading) {
   std::ifstream list(K7M_EXPORTS);
   std::set<std::string> names;
   for (std::string word; list >> word;) {
-    const bool isWriting = word.find("Writer") != std::string::npos ||
-                           word == "QiroK7MDocCreateNew;" || word.find("QiroK7R") == 0;
-    if (word.find("Qiro") == 0 && word.back() == ';' && !isWriting) {
+    const bool isOther = word.find("Writer") != std::string::npos ||
+                         word == "QiroK7MDocCreateNew;" || word.find("QiroK7R") == 0;
+    if (word.find("Qiro") == 0 && word.back() == ';' && isOther != isReading) {
       names.insert(word.substr(0, word.size() - 1));
     }
   }
   return names;
+}
+
+/// A source of the tests as one text.
+std::string SourceOf(const char* path) {
+  std::ifstream file(std::string(K7M_TESTS) + "/" + path);
+  EXPECT_TRUE(file.is_open()) << path;
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 TEST(EveryReadingFunction, IsSweptOrQuiet) {
@@ -176,7 +184,22 @@ TEST(EveryReadingFunction, IsSweptOrQuiet) {
     swept.insert(name.substr(0, name.find(',')));
   }
   for (const QuietFunction& function : kQuietFunctions) swept.insert(function.name);
-  EXPECT_EQ(swept, ExportedReadingFunctions());
+  EXPECT_EQ(swept, ExportedFunctions(true));
+}
+
+// These are swept in whole sessions; each must be called in the source of one.
+TEST(EveryOtherFunction, IsCalledInASweptSession) {
+  std::string sessions;
+  for (const char* path :
+       {"api/writer_script.cpp", "query/faults_test.cpp", "writer/description_faults_test.cpp",
+        "writer/fragment_faults_test.cpp", "writer/k7r_faults_test.cpp"}) {
+    sessions += SourceOf(path);
+  }
+  const std::set<std::string> functions = ExportedFunctions(false);
+  EXPECT_FALSE(functions.empty());
+  for (const std::string& name : functions) {
+    EXPECT_NE(sessions.find(name + "("), std::string::npos) << name << " is swept nowhere";
+  }
 }
 
 }  // namespace

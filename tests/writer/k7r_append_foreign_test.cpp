@@ -299,5 +299,21 @@ TEST(K7RAppendForeign, FragmentsInFrontOfTheMovieBoxAreKeptWhateverTheLimitIs) {
   EXPECT_EQ(TimeStamps(Drain(iterator, false)), (std::vector<uint64_t>{0, 40, 100, 700, 740}));
 }
 
+// The entry count of a chunk map deliberately is read without a look at the box's end, so that one
+// without room for it is kept but needs a byte of what is cut off.
+TEST(K7RAppendForeign, ACountThatReachesIntoWhatIsCutOffIsReadAgainBehindANewFragment) {
+  const Bytes shortMap = LyingFullBox("stsc", 15, 0, 0, Bytes().Fill(3));
+  const Bytes original = Record(1).file + shortMap;
+  OpenedK7RWriter writer(original + Bytes{0});
+  ASSERT_EQ(writer.Result(), 0u);
+  EXPECT_EQ(writer.File(), original);
+  OpenedReader reader(original);
+  QiroK7MTrack* video = reader.TrackAt(0);
+  uint32_t count = 0;
+  EXPECT_EQ(QiroK7MTrackGetSampleCount(video, &count), kQiroK7MErrorReadFailed);
+  AddFragment(writer, writer.DescribedTracks(), 1);
+  ExpectFragmentsReadBack(writer.Finish(), {0, 1});
+}
+
 }  // namespace
 }  // namespace k7mtest
