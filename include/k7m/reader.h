@@ -19,13 +19,16 @@ typedef struct QiroK7MReader QiroK7MReader;
 typedef struct QiroK7MTrack QiroK7MTrack;
 
 /// What the movie header ('mvhd', ISO/IEC 14496-12 8.2.2) says about a document. 48 bytes.
+/// Here and in all records, a fixed-point number that is written keeps its low bits when it is out
+/// of range; one that is not a number, or beyond all range, is written as 0.
 typedef struct QiroK7MDocInfo {
   uint32_t size;                     ///< Set by the library to 48.
   uint32_t isFragmented;             ///< 1 when the 'moov' has an 'mvex', else 0.
   QiroK7MDateTime creationTime;      ///< When the document was made.
   QiroK7MDateTime modificationTime;  ///< When it was last changed.
-  float playRate;      ///< Preferred rate; 1.0 is normal. Stored as 16.16 fixed point.
-  float volume;        ///< Preferred volume; 1.0 is full. Stored as 8.8 fixed point.
+  float
+      playRate;  ///< Preferred rate; 1.0 is normal. Stored as 16.16 fixed point: 0 to below 65536.
+  float volume;  ///< Preferred volume; 1.0 is full. Stored as 8.8 fixed point: 0 to below 256.
   uint32_t timeScale;  ///< Movie time scale: units per second.
   uint64_t duration;   ///< Length of the longest track in movie time scale units.
 } QiroK7MDocInfo;

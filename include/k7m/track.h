@@ -28,12 +28,14 @@ typedef struct QiroK7MTrackInfo {
   QiroK7MDateTime creationTime;      ///< When the track was made.
   QiroK7MDateTime modificationTime;  ///< When it was last changed.
   /// The 'tkhd' duration (presentation timeline, edits included) in the track's time scale; 0
-  /// without 'mdhd'.
+  /// without 'mdhd'. For a track that is written: what its headers say until samples are flushed.
   uint64_t duration;
-  float width;       ///< Visual width in pixels.
-  float height;      ///< Visual height in pixels.
-  float volume;      ///< 1.0 is full.
-  char language[4];  ///< ISO 639-2/T letters and a zero byte; 0 without 'mdhd'.
+  float width;   ///< Visual width in pixels; 16.16 fixed point: 0 to below 65536.
+  float height;  ///< Visual height in pixels; likewise.
+  float volume;  ///< 1.0 is full; 8.8 fixed point: 0 to below 256.
+  /// ISO 639-2/T: three small letters and a zero byte; 0 without 'mdhd'. The letters that are
+  /// written are not checked; others give a code that means nothing.
+  char language[4];
   /// Bytes of the handler name, its terminating zero byte included, also when the file lacks one;
   /// 0 for an empty name. See QiroK7MReaderCopyHandlerName().
   uint32_t handlerNameLength;
@@ -61,8 +63,8 @@ typedef struct QiroK7MVideoSampleDescInfo {
   uint32_t size;               ///< Set by the library to 28.
   uint32_t width;              ///< Pixels; 16 bits in the file.
   uint32_t height;             ///< Pixels; 16 bits in the file.
-  float horizontalResolution;  ///< Pixels per inch.
-  float verticalResolution;    ///< Pixels per inch.
+  float horizontalResolution;  ///< Pixels per inch; 16.16 fixed point.
+  float verticalResolution;    ///< Pixels per inch; 16.16 fixed point.
   uint32_t frameCount;         ///< Frames per sample; 16 bits in the file.
   uint32_t depth;              ///< Bits per pixel; 16 bits in the file.
 } QiroK7MVideoSampleDescInfo;
@@ -70,7 +72,7 @@ typedef struct QiroK7MVideoSampleDescInfo {
 /// An audio sample entry (ISO/IEC 14496-12 12.2.3). 12 bytes.
 typedef struct QiroK7MAudioSampleDescInfo {
   uint32_t size;          ///< Set by the library to 12.
-  float sampleRate;       ///< Hertz.
+  float sampleRate;       ///< Hertz; 16.16 fixed point: 0 to below 65536.
   uint16_t channelCount;  ///< Channels.
   uint16_t sampleSize;    ///< Bits per sample.
 } QiroK7MAudioSampleDescInfo;

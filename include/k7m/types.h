@@ -7,6 +7,8 @@
 #include <stdint.h>
 
 /// A Gregorian date and time of day, UTC, without leap seconds. 10 bytes.
+/// When a document is written, years before 1904 count as 1904, a month out of range as the nearest
+/// one and day 0 as 1; larger numbers are added up as they are.
 typedef struct QiroK7MDateTime {
   uint8_t unused;  ///< Neither read nor written by the library.
   uint8_t day;     ///< Day of month, from 1.
