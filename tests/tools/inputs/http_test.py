@@ -1,6 +1,8 @@
 """Inputs on a web server: few requests, never the whole file, and the same results as of a file."""
 
 import re
+import ssl
+import subprocess
 
 import pytest
 from conftest import k7m, without_name
@@ -210,3 +212,21 @@ def test_redirections_lead_to_web_servers_only(liar, files):
     liar.answer = lambda handler, *_: handler.send(302, b"", Location=target)
     run = k7m("info", liar.url)
     assert run.returncode == 1 and b"file" in run.stderr
+
+
+def test_an_unknown_certificate_is_refused(liar, content, tmp_path):
+    key, certificate = tmp_path / "key", tmp_path / "certificate"
+    subprocess.run(
+        [
+            "openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=localhost",
+            "-keyout", key, "-out", certificate,
+        ],
+        check=True, capture_output=True,
+    )  # fmt: skip
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(certificate, key)
+    liar.socket = context.wrap_socket(liar.socket, server_side=True)
+    liar.handle_error = lambda *_: None  # The program breaks the handshake off.
+    liar.answer = serve(content)
+    run = k7m("info", liar.url.replace("http:", "https:"))
+    assert run.returncode == 1 and b"certificate" in run.stderr, run.stderr
