@@ -17,7 +17,8 @@ class GrowingStream {
   /// The memory is there and touched before anything is measured.
   explicit GrowingStream(uint64_t capacity) : content_(capacity, 1) {}
 
-  uint64_t GetLength() const { return length_; }
+  /// The file is empty again; its memory stays.
+  void Clear() { position_ = length_ = 0; }
 
   QiroK7MIOStreamCallBacks CallBacks() {
     QiroK7MIOStreamCallBacks record;

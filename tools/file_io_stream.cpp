@@ -15,6 +15,10 @@ static_assert(sizeof(off_t) == 8, "files over 4 GiB need 64-bit offsets");
 constexpr uint64_t kBlockSize = uint64_t{64} * 1024;
 // A track is written in eight places (six tables, and two more for its chunks).
 constexpr size_t kMaxBlockCount = 64;
+// Blocks that are done stay for a while: what a fragment left open is filled in when it ends.
+constexpr ptrdiff_t kMaxDoneCount = 16;
+// Uses of blocks that are not done are numbered from here on.
+constexpr uint64_t kFirstUse = uint64_t{1} << 62;
 constexpr uint64_t kLargestOffset = std::numeric_limits<int64_t>::max();
 
 FileIoStream* Self(void* clientData) { return static_cast<FileIoStream*>(clientData); }
@@ -50,10 +54,11 @@ QiroK7MError FileIoStream::Read(uint8_t* target, uint64_t byteCount, uint64_t* b
   *bytesRead = 0;
   byteCount = std::min(byteCount, length_ - std::min(length_, position_));
   while (byteCount > 0) {
-    const Block* block = Fetch(position_ / kBlockSize);
+    Block* block = Fetch(position_ / kBlockSize);
     if (block == nullptr) return kSystemFailed;
     const uint64_t start = position_ % kBlockSize;
     const uint64_t count = std::min(byteCount, kBlockSize - start);
+    if (!block->known.Holds({start, start + count}) && !Complete(block)) return kSystemFailed;
     std::memcpy(target, block->bytes.get() + start, count);
     target += count;
     byteCount -= count;
@@ -80,10 +85,7 @@ QiroK7MError FileIoStream::Write(const uint8_t* source, uint64_t byteCount,
       Block* block = Fetch(position_ / kBlockSize);
       if (block == nullptr) return kSystemFailed;
       count = std::min(byteCount, kBlockSize - start);
-      std::memcpy(block->bytes.get() + start, source, count);
-      const bool isClean = block->dirtyBegin == block->dirtyEnd;
-      block->dirtyBegin = isClean ? start : std::min(block->dirtyBegin, start);
-      block->dirtyEnd = isClean ? start + count : std::max(block->dirtyEnd, start + count);
+      if (!WriteInto(block, source, {start, start + count})) return kSystemFailed;
     }
     source += count;
     byteCount -= count;
@@ -92,6 +94,23 @@ QiroK7MError FileIoStream::Write(const uint8_t* source, uint64_t byteCount,
   }
   lastWriteEnd_ = position_;
   return kQiroK7MErrorNone;
+}
+
+bool FileIoStream::WriteInto(Block* block, const uint8_t* source, const Range& place) {
+  if (!block->known.IsEmpty() && !block->known.Touches(place) && !Complete(block)) return false;
+  std::memcpy(block->bytes.get() + place.begin, source, place.end - place.begin);
+  block->known.Add(place);
+  block->dirty.Add(place);
+  if (place.end < kBlockSize) return true;
+  // Most often the block is done. Written now and used again soon, it is in the processor's cache.
+  block->lastUse = ++doneCount_;
+  return Flush(block);
+}
+
+void FileIoStream::Range::Add(const Range& other) {
+  const bool wasEmpty = IsEmpty();
+  begin = wasEmpty ? other.begin : std::min(begin, other.begin);
+  end = wasEmpty ? other.end : std::max(end, other.end);
 }
 
 void FileIoStream::Advance(uint64_t byteCount) {
@@ -134,8 +153,14 @@ uint64_t FileIoStream::CountWholeBlocksToPass(uint64_t limit) {
 }
 
 FileIoStream::Block* FileIoStream::Find(uint64_t number) {
-  for (Block& block : blocks_) {
-    if (block.number == number) return &block;
+  if (lastFound_ < blocks_.size() && blocks_[lastFound_].number == number) {
+    return &blocks_[lastFound_];
+  }
+  for (size_t i = 0; i < blocks_.size(); ++i) {
+    if (blocks_[i].number == number) {
+      lastFound_ = i;
+      return &blocks_[i];
+    }
   }
   return nullptr;
 }
@@ -144,54 +169,67 @@ FileIoStream::Block* FileIoStream::Fetch(uint64_t number) {
   Block* block = Find(number);
   if (block == nullptr) {
     block = TakeOldest();
-    if (block == nullptr || !Load(block, number)) return nullptr;
+    if (block == nullptr) return nullptr;
+    block->number = number;
+    block->known = {};
   }
-  block->lastUse = ++useCount_;
+  block->lastUse = kFirstUse + ++useCount_;
   return block;
 }
 
 FileIoStream::Block* FileIoStream::TakeOldest() {
-  if (blocks_.size() < kMaxBlockCount) {
+  const auto isDone = [](const Block& block) { return block.lastUse < kFirstUse; };
+  const bool takesDone = std::count_if(blocks_.begin(), blocks_.end(), isDone) >= kMaxDoneCount;
+  if (!takesDone && blocks_.size() < kMaxBlockCount) {
     Block block;
-    block.bytes = std::make_unique<uint8_t[]>(kBlockSize);
+    block.bytes.reset(new uint8_t[kBlockSize]);
     blocks_.push_back(std::move(block));
     return &blocks_.back();
   }
-  Block* oldest = &blocks_.front();
+  Block* oldest = nullptr;
   for (Block& block : blocks_) {
-    if (block.lastUse < oldest->lastUse) oldest = &block;
+    if (isDone(block) != takesDone) continue;
+    if (oldest == nullptr || block.lastUse < oldest->lastUse) oldest = &block;
   }
   return Flush(oldest) ? oldest : nullptr;
 }
 
-bool FileIoStream::Load(Block* block, uint64_t number) {
-  const uint64_t begin = number * kBlockSize;
-  uint64_t size = 0;
-  while (size < kBlockSize && begin + size < fileLength_) {
-    ++systemCallCount_;
-    const ssize_t count = pread(descriptor_, block->bytes.get() + size, kBlockSize - size,
-                                static_cast<off_t>(begin + size));
-    if (count == 0) break;
-    if (count > 0) {
-      size += static_cast<uint64_t>(count);
-    } else if (errno != EINTR) {
-      Fail(errno);
-      // What the block holds belongs nowhere.
-      blocks_.erase(blocks_.begin() + (block - blocks_.data()));
-      return false;
-    }
+bool FileIoStream::Complete(Block* block) {
+  const uint64_t begin = block->number * kBlockSize;
+  uint8_t* const bytes = block->bytes.get();
+  const Range known = block->known.IsEmpty() ? Range{kBlockSize, kBlockSize} : block->known;
+  if (!ReadFile(bytes, known.begin, begin) ||
+      !ReadFile(bytes + known.end, kBlockSize - known.end, begin + known.end)) {
+    return false;
   }
-  std::memset(block->bytes.get() + size, 0, kBlockSize - size);
-  block->number = number;
+  block->known = {0, kBlockSize};
   return true;
 }
 
 bool FileIoStream::Flush(Block* block) {
-  const uint64_t size = block->dirtyEnd - block->dirtyBegin;
-  const uint64_t position = block->number * kBlockSize + block->dirtyBegin;
-  if (size > 0 && !WriteFile(block->bytes.get() + block->dirtyBegin, size, position)) return false;
-  block->dirtyBegin = 0;
-  block->dirtyEnd = 0;
+  const Range& dirty = block->dirty;
+  const uint64_t position = block->number * kBlockSize + dirty.begin;
+  if (!WriteFile(block->bytes.get() + dirty.begin, dirty.end - dirty.begin, position)) return false;
+  block->dirty = {};
+  return true;
+}
+
+// Behind the end of the file there are zeros.
+bool FileIoStream::ReadFile(uint8_t* target, uint64_t byteCount, uint64_t position) {
+  while (byteCount > 0 && position < fileLength_) {
+    ++systemCallCount_;
+    const ssize_t count = pread(descriptor_, target, byteCount, static_cast<off_t>(position));
+    if (count == 0) break;
+    if (count > 0) {
+      target += count;
+      position += static_cast<uint64_t>(count);
+      byteCount -= static_cast<uint64_t>(count);
+    } else if (errno != EINTR) {
+      Fail(errno);
+      return false;
+    }
+  }
+  std::memset(target, 0, byteCount);
   return true;
 }
 

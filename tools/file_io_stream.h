@@ -43,12 +43,23 @@ class FileIoStream {
   uint64_t SystemCallCount() const { return systemCallCount_; }
 
  private:
+  // Offsets within a block.
+  struct Range {
+    uint64_t begin = 0;
+    uint64_t end = 0;
+
+    bool IsEmpty() const { return begin == end; }
+    bool Holds(const Range& other) const { return begin <= other.begin && other.end <= end; }
+    // Without a hole in between.
+    bool Touches(const Range& other) const { return begin <= other.end && other.begin <= end; }
+    void Add(const Range& other);
+  };
   // A piece of the file of kBlockSize bytes, at a multiple of that.
   struct Block {
     uint64_t number = 0;
     uint64_t lastUse = 0;
-    uint64_t dirtyBegin = 0;  // Bytes of the block that the file does not have yet.
-    uint64_t dirtyEnd = 0;
+    Range known;  // What is right in `bytes`.
+    Range dirty;  // What the file does not have yet: a part of `known`.
     std::unique_ptr<uint8_t[]> bytes;
   };
 
@@ -61,12 +72,15 @@ class FileIoStream {
   // Whole blocks from the position on that are not in memory, at most `limit`.
   uint64_t CountWholeBlocksToPass(uint64_t limit);
   Block* Find(uint64_t number);
-  // The block, filled with what the file has of it. Null when the system failed.
+  // The block, of which maybe nothing is known. Null when the system failed.
   Block* Fetch(uint64_t number);
   // A block to be used anew. Null when the system failed.
   Block* TakeOldest();
-  bool Load(Block* block, uint64_t number);
+  // Fills the block with what the file has of it.
+  bool Complete(Block* block);
+  bool WriteInto(Block* block, const uint8_t* source, const Range& place);
   bool Flush(Block* block);
+  bool ReadFile(uint8_t* target, uint64_t byteCount, uint64_t position);
   bool WriteFile(const uint8_t* source, uint64_t byteCount, uint64_t position);
   void Advance(uint64_t byteCount);
   QiroK7MError Fail(int errorNumber);
@@ -75,9 +89,11 @@ class FileIoStream {
   Order order_;
   uint64_t position_ = 0;
   uint64_t lastWriteEnd_ = 0;
-  uint64_t length_;      // Of the stream.
-  uint64_t fileLength_;  // Of the file: shorter while blocks at the end are only in memory.
+  uint64_t length_;       // Of the stream.
+  uint64_t fileLength_;   // Of the file: shorter while blocks at the end are only in memory.
+  size_t lastFound_ = 0;  // Index of a block.
   uint64_t useCount_ = 0;
+  uint64_t doneCount_ = 0;
   uint64_t systemCallCount_ = 0;
   std::vector<Block> blocks_;
   int errorNumber_ = 0;

@@ -4,24 +4,24 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "local_file.h"
 
 namespace qiro::k7m::tool {
 namespace {
 
-constexpr uint64_t kBufferCapacity = uint64_t{64} * 1024;
-// Filling starts a little before the wanted byte, so that short steps back stay inside the buffer.
-constexpr uint64_t kFillAlignment = 4096;
+constexpr uint64_t kBlockSize = uint64_t{64} * 1024;
+constexpr size_t kMaxBlockCount = 16;
 constexpr uint64_t kLargestOffset = std::numeric_limits<int64_t>::max();
 
 }  // namespace
 
 FileStream::FileStream(const std::string& path) : FileStream(OpenLocalFile(path)) {}
 
-FileStream::FileStream(std::shared_ptr<InputSource> source)
-    : source_(std::move(source)), buffer_(kBufferCapacity) {
+FileStream::FileStream(std::shared_ptr<InputSource> source) : source_(std::move(source)) {
   if (!source_->Measure(&length_)) throw FileFailure(Path(), source_->Problem());
+  knownEnd_ = length_;
 }
 
 QiroK7MIStreamCallBacks FileStream::CallBacks() {
@@ -51,15 +51,15 @@ QiroK7MError FileStream::ReadSome(uint8_t* target, uint64_t byteCount, uint64_t*
   *bytesRead = 0;
   while (byteCount > 0) {
     uint64_t count = 0;
-    if (position_ >= bufferBegin_ && position_ - bufferBegin_ < bufferSize_) {
-      const uint64_t start = position_ - bufferBegin_;
-      count = std::min(byteCount, bufferSize_ - start);
-      std::memcpy(target, buffer_.data() + start, count);
-    } else if (byteCount >= kBufferCapacity) {
+    if (const Block* block = Find(); block != nullptr) {
+      const uint64_t start = position_ - block->begin;
+      count = std::min(byteCount, block->size - start);
+      std::memcpy(target, block->bytes.get() + start, count);
+    } else if (byteCount >= kBlockSize) {
       if (!ReadSource(target, byteCount, position_, &count)) return kSystemFailed;
     } else {
-      if (const QiroK7MError error = FillBuffer(); error != kQiroK7MErrorNone) return error;
-      if (position_ - bufferBegin_ < bufferSize_) continue;
+      if (const QiroK7MError error = Load(); error != kQiroK7MErrorNone) return error;
+      if (Find() != nullptr) continue;
     }
     if (count == 0) break;  // The file ends here.
     target += count;
@@ -70,12 +70,41 @@ QiroK7MError FileStream::ReadSome(uint8_t* target, uint64_t byteCount, uint64_t*
   return kQiroK7MErrorNone;
 }
 
-QiroK7MError FileStream::FillBuffer() {
-  bufferBegin_ = position_ - position_ % kFillAlignment;
-  bufferSize_ = 0;
-  if (!ReadSource(buffer_.data(), kBufferCapacity, bufferBegin_, &bufferSize_))
-    return kSystemFailed;
+FileStream::Block* FileStream::Find() {
+  const auto holds = [this](const Block& block) {
+    return position_ >= block.begin && position_ - block.begin < block.size;
+  };
+  if (lastFound_ >= blocks_.size() || !holds(blocks_[lastFound_])) {
+    const auto found = std::find_if(blocks_.begin(), blocks_.end(), holds);
+    if (found == blocks_.end()) return nullptr;
+    lastFound_ = static_cast<size_t>(found - blocks_.begin());
+    found->lastUse = ++useCount_;
+  }
+  return &blocks_[lastFound_];
+}
+
+QiroK7MError FileStream::Load() {
+  const uint64_t begin = position_ - position_ % kBlockSize;
+  Block* block = BlockFor(begin);
+  block->begin = begin;
+  block->size = 0;
+  block->lastUse = ++useCount_;
+  if (!ReadSource(block->bytes.get(), kBlockSize, begin, &block->size)) return kSystemFailed;
   return kQiroK7MErrorNone;
+}
+
+FileStream::Block* FileStream::BlockFor(uint64_t begin) {
+  const auto same = std::find_if(blocks_.begin(), blocks_.end(),
+                                 [begin](const Block& block) { return block.begin == begin; });
+  if (same != blocks_.end()) return &*same;
+  if (blocks_.size() < kMaxBlockCount) {
+    Block block;
+    block.bytes.reset(new uint8_t[kBlockSize]);
+    blocks_.push_back(std::move(block));
+    return &blocks_.back();
+  }
+  return &*std::min_element(blocks_.begin(), blocks_.end(),
+                            [](const Block& a, const Block& b) { return a.lastUse < b.lastUse; });
 }
 
 bool FileStream::ReadSource(uint8_t* target, uint64_t byteCount, uint64_t position,
@@ -91,6 +120,8 @@ QiroK7MError FileStream::Seek(int64_t offset, QiroK7MSeekPos origin) {
   if (origin == kQiroK7MSeekFromEnd) {
     // Measured anew: the file may be growing.
     if (!source_->Measure(&base)) return Fail(source_->Problem());
+    if (base != knownEnd_) blocks_.clear();  // What was there may have changed as well.
+    knownEnd_ = base;
   }
   // Both are far enough from the ends of 64 bits that the sum wraps only for targets below 0.
   const uint64_t target = base + static_cast<uint64_t>(offset);

@@ -15,8 +15,9 @@
 
 namespace qiro::k7m::tool {
 
-/// An input open for reading with a position of its own, so that seeking and telling cost nothing;
-/// the buffer stays until a read falls outside it.
+/// An input open for reading with a position of its own, so that seeking and telling cost nothing.
+/// The blocks read last stay in memory: tracks that lie side by side are often read one stretch
+/// after the other.
 class FileStream {
  public:
   /// What the callbacks return, and the library passes on, when the input failed;
@@ -48,9 +49,22 @@ class FileStream {
   bool IsSameFile(const struct stat& other) const { return source_->IsSameFile(other); }
 
  private:
+  // A piece of the file of kBlockSize bytes, at a multiple of that. Shorter where the file ended.
+  struct Block {
+    uint64_t begin = 0;
+    uint64_t size = 0;
+    uint64_t lastUse = 0;
+    std::unique_ptr<uint8_t[]> bytes;
+  };
+
   QiroK7MError ReadSome(uint8_t* target, uint64_t byteCount, uint64_t* bytesRead);
   QiroK7MError Seek(int64_t offset, QiroK7MSeekPos origin);
-  QiroK7MError FillBuffer();
+  // The block that holds the byte at the position; null when none in memory does.
+  Block* Find();
+  // Reads the block of the position.
+  QiroK7MError Load();
+  // The block that begins there, or one to be used anew.
+  Block* BlockFor(uint64_t begin);
   // Reads at the position into memory until it is full or the input ends.
   bool ReadSource(uint8_t* target, uint64_t byteCount, uint64_t position, uint64_t* bytesRead);
   QiroK7MError Fail(const std::string& problem);
@@ -58,9 +72,10 @@ class FileStream {
   std::shared_ptr<InputSource> source_;
   uint64_t length_ = 0;
   uint64_t position_ = 0;
-  std::vector<uint8_t> buffer_;
-  uint64_t bufferBegin_ = 0;  // Offset in the file of the buffer's first byte.
-  uint64_t bufferSize_ = 0;   // Bytes in the buffer that are valid.
+  uint64_t knownEnd_ = 0;  // Of the file, when it was measured last.
+  std::vector<Block> blocks_;
+  size_t lastFound_ = 0;  // Index of a block.
+  uint64_t useCount_ = 0;
   std::string problem_;
 };
 
