@@ -2,6 +2,9 @@
 # build against it, and the documentation), tools (the program).
 include(CMakePackageConfigHelpers)
 
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  message(FATAL_ERROR "CMAKE_INSTALL_LIBDIR is counted from the prefix, so that what is installed can be moved")
+endif()
 set(K7M_CONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/k7m)
 set(K7M_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 # One folder, whatever the capitals of the project's name.

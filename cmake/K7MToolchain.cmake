@@ -18,7 +18,11 @@ endif()
 
 # Linked privately by every target of ours; never reaches code that uses the library.
 add_library(k7m_warnings INTERFACE)
-target_compile_options(k7m_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+target_compile_options(k7m_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+# Not for those who only want to use the library: their compiler may know more warnings.
+if(K7M_BUILD_TESTS)
+  target_compile_options(k7m_warnings INTERFACE -Werror)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(k7m_warnings INTERFACE -Wreserved-identifier)
 endif()

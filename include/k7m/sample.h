@@ -42,7 +42,9 @@ typedef struct QiroK7MSampleInfo {
 /// Tracks are merged in the order video, sound, others, each group in file order: the earliest time
 /// stamp comes first, equal ones in that order. Edit lists are applied; each empty edit gives one
 /// gap sample. In a plain document the end of the range is inclusive, in a fragmented one
-/// exclusive.
+/// exclusive. In the first edit that the range touches, its end is deliberately taken as a place in
+/// the media: where that edit starts elsewhere in the media than on the presentation timeline, the
+/// walk ends that much earlier or later.
 /// @param reader      required
 /// @param startScale  units per second of `start`; not 0
 /// @param start       begin of the range on the presentation timeline

@@ -20,8 +20,9 @@ typedef enum QiroK7MSeekPos {
 /// A stream to read from. 72 bytes. Copied by the function that it is passed to.
 ///
 /// Every callback gets `clientData` first and returns 0 for success; any other value becomes the
-/// result of the exported call, unchanged, except where a callback below says otherwise.
-/// `acquire` and `release` may be null and are then skipped; the others are required (error 20).
+/// result of the exported call, unchanged, except where a callback below says otherwise; a walk
+/// over samples fetches one ahead, so that there it is the result of the next call. `acquire` and
+/// `release` may be null and are then skipped; the others are required (error 20).
 ///
 /// What the callbacks must do:
 /// - `readSome`: deliver up to `byteCount` bytes from the current position, store the number

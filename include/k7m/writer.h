@@ -6,9 +6,10 @@
 /// extra box close the document for new tracks.
 ///
 /// State: a writer is good, bad or closed. A failure with one of the codes 8, 10, 11, 15, 20, 32,
-/// 33, 1030, 1280 to 1290, 1536 to 1542 or 2048 to 2053 leaves it good; any other makes it bad, and
-/// from then on it can only be closed or destroyed. Every function but QiroK7MCloseWriter() and
-/// QiroK7MDestroyWriter() answers #kQiroK7MErrorWriterStateBad unless the writer is good.
+/// 33, 1030, 1280 to 1290, 1536 to 1542, 2048 to 2053 or 3072 leaves it good; any other makes it
+/// bad, and from then on it can only be closed or destroyed. Every function but
+/// QiroK7MCloseWriter() and QiroK7MDestroyWriter() answers #kQiroK7MErrorWriterStateBad unless the
+/// writer is good.
 ///
 /// A call that failed and left the writer good can be made again, also when the code came from a
 /// callback of the stream. Nothing that was added before or comes later is lost by it, but a
@@ -39,7 +40,9 @@ typedef struct QiroK7MWriter QiroK7MWriter;
 /// @param callBacks  the stream; required, with all its required callbacks. Copied
 /// @param info       times, rate, volume and time scale of the document; required. `timeScale` must
 ///                   not be 0; `duration` is ignored; `isFragmented`: 0 for a plain document, any
-///                   other number for a fragmented one
+///                   other number for a fragmented one. Edit lists are written with 32 bits: what
+///                   lasts longer than 2^32 - 1 of the time scale's units is cut there for queries
+///                   of the presentation
 /// @param allocator  required; its callbacks may be null and must otherwise outlive the writer
 /// @param out        receives the writer, to be freed with QiroK7MDestroyWriter(); required; left
 ///                   as it is on failure
