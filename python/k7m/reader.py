@@ -183,10 +183,12 @@ def _warning_handler(
 ) -> r.WarningHandler:
     def tell(_client_data: object, code: int) -> int:
         try:
-            return 0 if on_warning(warning_code(code)) is False else 1
+            if on_warning(warning_code(code)) is not False:
+                return 1
+            stream.note(None)
         except BaseException as problem:  # Nothing may go through the library.
             stream.note(problem)
-            return 0
+        return 0
 
     return r.make(r.WarningHandler, warningCallback=r.WARNING(tell) if on_warning else r.WARNING())
 
