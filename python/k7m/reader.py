@@ -165,15 +165,15 @@ class Reader:
         return (c_void_p * (len(pointers) + 1))(*pointers), len(pointers)
 
     def _walk(self, function: Callable, *arguments: object) -> Samples:
-        iterator = c_void_p()
-        self._owner.call(function, self._owner, *arguments, byref(iterator))
-        child = self._owner.adopt(iterator.value, lib.QiroK7MReleaseSampleIterator)
+        child = self._owner.obtain(
+            lib.QiroK7MReleaseSampleIterator, function, self._owner, *arguments
+        )
         return Samples(self, child)
 
     def _read_sample(self, child: Child, size: int) -> bytes:
         child.pointer  # Raises when the reader is closed, and with it the file.
         # A size in a file is not believed before it could be true: memory is only taken for that.
-        if size > _USUAL_SAMPLE and size > self._stream.length():
+        if size > _USUAL_SAMPLE and size > self._owner.alone(self._stream.length):
             raise K7MError(ErrorCode.kQiroK7MErrorSampleDataShort)
         return copy_sample(child, size)
 

@@ -1,12 +1,16 @@
 """Python file objects as the streams that the library reads and writes.
 
 Whatever a file object raises, an interrupt from the keyboard included, is kept while the library
-returns, and then raised to the caller.
+returns, and then raised to the caller: by the call that it ended, or the later one that reports it.
+Where the library makes another failure of it, it is the cause of that. What was not raised so far is
+raised by closing, when it came up there or is no Exception; an Exception does not take the place of
+one that is being handled.
 """
 
 import ctypes
 import itertools
 import os
+import sys
 from collections.abc import Callable, Iterable
 from typing import BinaryIO, Optional, Union
 
@@ -85,6 +89,33 @@ class Stream:
             if problem:
                 raise problem
         raise K7MError(code) from latest
+
+    @staticmethod
+    def close_all(streams: Iterable["Stream"]) -> None:
+        """Closes the streams, and raises what was not raised so far."""
+        problems: list[BaseException] = []
+        for stream in streams:
+            problems += stream._end()
+        interrupts = [p for p in problems if not isinstance(p, Exception)]
+        if interrupts:
+            raise interrupts[0]
+        if problems and sys.exc_info()[1] is None:
+            raise problems[0]
+
+    def _end(self) -> list[BaseException]:
+        """Closes the stream. What was not raised: all since the last check(), and what is no
+        Exception of earlier times."""
+        earlier = *self._problems.values(), self._warning_problem
+        problems = [p for p in earlier if p and not isinstance(p, Exception)]
+        if self._latest:
+            problems.append(self._latest)
+        self._problems.clear()
+        self._latest = self._warning_problem = None
+        try:
+            self.close()
+        except BaseException as problem:
+            problems.append(problem)
+        return problems
 
     def _take(self, code: int) -> Optional[BaseException]:
         if code == ErrorCode.kQiroK7MErrorAbortedByWarningHandler:

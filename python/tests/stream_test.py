@@ -133,6 +133,76 @@ def test_a_failure_that_is_reported_later_is_not_lost(clips):
         assert caught.value is file.problems[0]
 
 
+def test_an_interrupt_that_no_call_reported_is_raised_by_closing(clips):
+    class Interrupted(Dying):
+        def read(self, *arguments):
+            try:
+                return super().read(*arguments)
+            except OSError:
+                raise KeyboardInterrupt from None
+
+    def walk_until(file) -> None:
+        with k7m.open(file) as document:
+            walk = document.media_samples([1])
+            file.problems = []
+            while not file.problems:
+                next(walk)
+
+    content = (clips / "fragmented-base-is-moof.mp4").read_bytes()
+    with pytest.raises(KeyboardInterrupt):
+        walk_until(Interrupted(content))
+    walk_until(Dying(content))  # The sample that could not be read was not asked for.
+
+
+def recording(file) -> k7m.RecordingWriter:
+    """A writer with a fragment to write, which is not in the file."""
+    writer = k7m.RecordingWriter(file)
+    track = writer.add_track("vide", 25, [k7m.VideoDescription("raw ", b"", 4, 4)])
+    writer.start_fragment()
+    writer.write_access_point(track, k7m.NewSample(b"pixels", 0, is_key=True))
+    return writer
+
+
+@pytest.mark.parametrize("name", ["seek", "write", "flush"])
+@pytest.mark.parametrize("problem", [Trouble(), KeyboardInterrupt()])
+def test_a_failure_while_a_writer_ends_is_raised(name, problem):
+    file = Failing(b"", name, 0, problem)
+    writer = recording(file)
+    file.left = 1
+    with pytest.raises(type(problem)) as caught:
+        writer.discard()
+    assert caught.value is problem
+    assert writer.is_closed
+    writer.discard()
+
+
+@pytest.mark.parametrize(
+    "problem, raised", [(Trouble(), LookupError), (KeyboardInterrupt(), KeyboardInterrupt)]
+)
+def test_only_an_interrupt_takes_the_place_of_what_ended_the_block(problem, raised):
+    file = Failing(b"", "write", 0, problem)
+    with pytest.raises(raised):
+        with recording(file):
+            file.left = 1
+            raise LookupError
+    assert file.left == 0
+
+
+def test_closing_a_file_that_was_opened_here_may_fail(tmp_path):
+    writer = k7m.Writer(tmp_path / "clip.mp4", is_fragmented=True)
+    file = writer._owner._streams[0]._file
+
+    class Full:
+        def close(self):
+            file.close()
+            raise OSError("full")
+
+    writer._owner._streams[0]._file = Full()
+    with pytest.raises(OSError, match="full"):
+        writer.discard()
+    assert writer.is_closed
+
+
 @pytest.fixture
 def stream() -> Stream:
     return Stream(io.BytesIO())
