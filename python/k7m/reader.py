@@ -98,6 +98,11 @@ class Reader:
     ) -> Samples:
         """The samples of a range of the presentation, by decode time, with edit lists applied.
 
+        In the first edit that the range touches, the end of the range is deliberately taken as a
+        place in the media. Where that edit starts elsewhere in the media than on the presentation
+        timeline, the walk ends that much earlier or later: ask for more and look at the sample's
+        time.
+
         :param start: begin of the range in seconds
         :param end: its end; in a plain document a sample at this very time belongs to the range.
             None: ten years
