@@ -6,7 +6,6 @@ thread that they run on, so an Owner keeps the list of what was obtained from it
 only notes what can go; the next call of the owner releases it.
 """
 
-import contextlib
 import itertools
 import threading
 from collections import deque
@@ -127,9 +126,10 @@ class Owner:
                 release(pointer)
 
     def __del__(self) -> None:
-        # There is nobody to tell, and the file object may have been finalized before.
-        with contextlib.suppress(BaseException):
+        try:
             self.close()
+        except BaseException:
+            pass  # There is nobody to tell, and the file object may have been finalized before.
 
 
 class Child:

@@ -2,9 +2,9 @@
 
 Whatever a file object raises, an interrupt from the keyboard included, is kept while the library
 returns, and then raised to the caller: by the call that it ended, or the later one that reports it.
-Where the library makes another failure of it, it is the cause of that. What was not raised so far is
-raised by closing, when it came up there or is no Exception; an Exception does not take the place of
-one that is being handled.
+Where the library makes another failure of it, it is the cause of that. What was not raised so far
+is raised by closing, when it came up there or is no Exception; an Exception does not take the place
+of one that is being handled, and finalizers raise nothing.
 """
 
 import ctypes
