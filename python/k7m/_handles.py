@@ -10,10 +10,13 @@ import itertools
 import threading
 from collections import deque
 from collections.abc import Callable
-from typing import Any, Optional
+from ctypes import byref, c_void_p
+from typing import Any, Optional, TypeVar
 
 from ._loans import Loan
 from .stream import Stream
+
+_Result = TypeVar("_Result")
 
 
 class Owner:
@@ -52,20 +55,33 @@ class Owner:
         pointer, a Loan for its buffer. Raises what a file object raised meanwhile, or else a
         K7MError."""
         with self._lock:
+            self.check(self.alone(lambda: self._call(function, arguments)))
+
+    def obtain(
+        self, release: Callable[[int], Any], function: Callable, *arguments: Any
+    ) -> Optional["Child"]:
+        """As call(), of a function whose last parameter receives what the library wants back. None
+        when there is nothing."""
+        found = c_void_p()
+        with self._lock:  # Nobody may close the owner before it knows of the child.
+            self.call(function, *arguments, byref(found))
+            return None if found.value is None else self.adopt(found.value, release)
+
+    def alone(self, step: Callable[[], _Result]) -> _Result:
+        """Does something with the files while nothing else does."""
+        with self._lock:
             self._enter()
             try:
-                self._release_unused()
-                code = function(*map(_resolve, arguments))
+                return step()
             finally:
                 self._is_in_call = False
-            self.check(code)
 
     def check(self, code: int) -> None:
         """Raises unless the code is 0."""
         Stream.check(code, self._streams)
 
     def adopt(self, pointer: int, release: Callable[[int], Any]) -> "Child":
-        """Takes over what the library gave out and wants back."""
+        """Takes over what the library gave out and wants back. Needs the lock."""
         number = next(self._numbers)
         self._children[number] = pointer, release
         return Child(self, number, pointer)
@@ -75,21 +91,26 @@ class Owner:
         self._unused.append(number)
 
     def close(self) -> None:
-        """Releases everything, the owner last. Closing again does nothing."""
+        """Releases everything, the owner last. Closing again does nothing. Raises what a file
+        object raised meanwhile."""
         with self._lock:
             if self._pointer is None:
                 return
-            self._enter()
-            try:
-                while self._children:
-                    _, (pointer, release) = self._children.popitem()
-                    release(pointer)
-                pointer, self._pointer = self._pointer, None
-                self._close(pointer)
-            finally:
-                self._is_in_call = False
-                for stream in self._streams:
-                    stream.close()
+            self.alone(self._release_all)
+
+    def _release_all(self) -> None:
+        try:
+            while self._children:
+                _, (pointer, release) = self._children.popitem()
+                release(pointer)
+            pointer, self._pointer = self._pointer, None
+            self._close(pointer)
+        finally:
+            Stream.close_all(self._streams)
+
+    def _call(self, function: Callable, arguments: tuple[Any, ...]) -> int:
+        self._release_unused()
+        return function(*map(_resolve, arguments))
 
     def _enter(self) -> None:
         if self._is_in_call:
@@ -105,7 +126,10 @@ class Owner:
                 release(pointer)
 
     def __del__(self) -> None:
-        self.close()
+        try:
+            self.close()
+        except BaseException:
+            pass  # There is nobody to tell, and the file object may have been finalized before.
 
 
 class Child:

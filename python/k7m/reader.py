@@ -98,6 +98,11 @@ class Reader:
     ) -> Samples:
         """The samples of a range of the presentation, by decode time, with edit lists applied.
 
+        In the first edit that the range touches, the end of the range is deliberately taken as a
+        place in the media. Where that edit starts elsewhere in the media than on the presentation
+        timeline, the walk ends that much earlier or later: ask for more and look at the sample's
+        time.
+
         :param start: begin of the range in seconds
         :param end: its end; in a plain document a sample at this very time belongs to the range.
             None: ten years
@@ -165,15 +170,15 @@ class Reader:
         return (c_void_p * (len(pointers) + 1))(*pointers), len(pointers)
 
     def _walk(self, function: Callable, *arguments: object) -> Samples:
-        iterator = c_void_p()
-        self._owner.call(function, self._owner, *arguments, byref(iterator))
-        child = self._owner.adopt(iterator.value, lib.QiroK7MReleaseSampleIterator)
+        child = self._owner.obtain(
+            lib.QiroK7MReleaseSampleIterator, function, self._owner, *arguments
+        )
         return Samples(self, child)
 
     def _read_sample(self, child: Child, size: int) -> bytes:
         child.pointer  # Raises when the reader is closed, and with it the file.
         # A size in a file is not believed before it could be true: memory is only taken for that.
-        if size > _USUAL_SAMPLE and size > self._stream.length():
+        if size > _USUAL_SAMPLE and size > self._owner.alone(self._stream.length):
             raise K7MError(ErrorCode.kQiroK7MErrorSampleDataShort)
         return copy_sample(child, size)
 
@@ -183,10 +188,12 @@ def _warning_handler(
 ) -> r.WarningHandler:
     def tell(_client_data: object, code: int) -> int:
         try:
-            return 0 if on_warning(warning_code(code)) is False else 1
+            if on_warning(warning_code(code)) is not False:
+                return 1
+            stream.note(None)
         except BaseException as problem:  # Nothing may go through the library.
             stream.note(problem)
-            return 0
+        return 0
 
     return r.make(r.WarningHandler, warningCallback=r.WARNING(tell) if on_warning else r.WARNING())
 

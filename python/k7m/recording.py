@@ -19,10 +19,16 @@ _ORIGIN = b"\0\0\0\x0camto\0\0\0\0"
 
 class RecordingWriter(Writer):
     """A K7R file that is being written, as `Writer`. The samples of each fragment stay in memory
-    until it is written: by the next `start_fragment()`, by `flush()`, or by closing.
+    until it is written: by the next `start_fragment()`, by `flush()`, or by closing. Discarding, as
+    when a block raises, writes the last fragment too: what was recorded is kept.
+
+    Tracks have room for 100 gaps unless they are told otherwise: each time that the file is
+    continued (`k7m append`) may need one.
 
     :param hint_time_scale: units per second of the times of random access entries
     """
+
+    _USUAL_GAPS = 100
 
     def __init__(self, file: File, *, hint_time_scale: int = 1000, **options: Any):
         super().__init__(file, **options, is_fragmented=True)
@@ -86,7 +92,10 @@ class RecordingWriter(Writer):
             handlerNameLength=len(_HANDLER_NAME),
         )
         entries = r.make(
-            r.TrackEntriesInfo, sampleDescriptorCount=1, maxCodecHeaderDataLength=len(_ORIGIN)
+            r.TrackEntriesInfo,
+            sampleDescriptorCount=1,
+            gapCount=self._USUAL_GAPS,
+            maxCodecHeaderDataLength=len(_ORIGIN),
         )
         served = (c_void_p * len(self._tracks))(*(t._pointer for t in self._tracks))
         track = c_void_p()

@@ -57,12 +57,12 @@ class Samples(Iterator[Sample]):
         return self
 
     def __next__(self) -> Sample:
-        owner = self._child.owner
-        found = c_void_p()
-        owner.call(lib.QiroK7MSampleIteratorGetNextEntry, self._child, byref(found))
-        if found.value is None:
+        found = self._child.owner.obtain(
+            lib.QiroK7MReleaseSample, lib.QiroK7MSampleIteratorGetNextEntry, self._child
+        )
+        if found is None:
             raise StopIteration
-        return self._sample(owner.adopt(found.value, lib.QiroK7MReleaseSample))
+        return self._sample(found)
 
     def close(self) -> None:
         """Ends the walk; what it gave stays."""

@@ -3,13 +3,13 @@ closed."""
 
 import ctypes
 import datetime
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from ctypes import byref, c_uint32, c_void_p
 from dataclasses import dataclass
 from typing import Optional, Union
 
 from . import _records as r
-from ._handles import Owner
+from ._handles import Child, Owner
 from ._library import lib
 from .errors import ErrorCode, K7MError
 from .values import read_date, text_of
@@ -111,35 +111,23 @@ def read_document_info(owner: Owner) -> DocumentInfo:
 
 def list_tracks(owner: Owner) -> list[int]:
     """The pointers of all tracks in file order. They belong to the owner."""
-    found = c_void_p()
-    owner.call(lib.QiroK7MReaderGetTracks, owner, byref(found))
-    return list(
-        _entries(
-            owner,
-            found,
-            lib.QiroK7MReleaseTrackIterator,
-            lib.QiroK7MTrackIteratorGetNextEntry,
-        )
-    )
+    found = owner.obtain(lib.QiroK7MReleaseTrackIterator, lib.QiroK7MReaderGetTracks, owner)
+    return list(_entries(found, lib.QiroK7MTrackIteratorGetNextEntry))
 
 
 def list_descriptors(owner: Owner, track: int) -> list[int]:
     """The pointers of a track's sample descriptors. They belong to the owner."""
-    found = c_void_p()
     try:
-        owner.call(lib.QiroK7MTrackGetSampleDescriptors, track, byref(found))
+        found = owner.obtain(
+            lib.QiroK7MReleaseSampleDescriptorIterator,
+            lib.QiroK7MTrackGetSampleDescriptors,
+            track,
+        )
     except K7MError as error:
         if error.code == ErrorCode.kQiroK7MErrorNoSampleDescriptionBox:
             return []
         raise
-    return list(
-        _entries(
-            owner,
-            found,
-            lib.QiroK7MReleaseSampleDescriptorIterator,
-            lib.QiroK7MSampleDescriptorIteratorGetNextEntry,
-        )
-    )
+    return list(_entries(found, lib.QiroK7MSampleDescriptorIteratorGetNextEntry))
 
 
 def read_track(owner: Owner, track: int, number: int, descriptors: list[int]) -> Track:
@@ -168,17 +156,16 @@ def read_track(owner: Owner, track: int, number: int, descriptors: list[int]) ->
     )
 
 
-def _entries(owner: Owner, iterator: c_void_p, release, get_next) -> Iterator[int]:
-    child = owner.adopt(iterator.value, release)
+def _entries(iterator: Child, get_next: Callable) -> Iterator[int]:
     try:
         entry = c_void_p()
         while True:
-            owner.call(get_next, child, byref(entry))
+            iterator.owner.call(get_next, iterator, byref(entry))
             if entry.value is None:
                 return
             yield entry.value
     finally:
-        child.release()
+        iterator.release()
 
 
 def _read_handler_name(owner: Owner, track: int, length: int) -> str:

@@ -12,6 +12,9 @@ Seconds = Union[int, float, Fraction]
 
 _UTC = datetime.timezone.utc
 _LARGEST_SCALE = 0xFFFFFFFF
+# A float is taken for the simplest time near it. More would rather tell how it was rounded: with
+# this, the times of usual time scales come out as they were.
+_LARGEST_SCALE_OF_FLOAT = 10_000_000
 
 
 def code_of(text: str) -> int:
@@ -56,8 +59,9 @@ def scaled(seconds: Seconds) -> tuple[int, int]:
     if not isinstance(seconds, numbers.Real) or seconds < 0:
         raise ValueError(f"not a number of seconds from 0 on: {seconds!r}")
     fraction = Fraction(seconds)
-    if fraction.denominator > _LARGEST_SCALE:
-        fraction = fraction.limit_denominator(_LARGEST_SCALE)
+    largest = _LARGEST_SCALE if isinstance(seconds, numbers.Rational) else _LARGEST_SCALE_OF_FLOAT
+    if fraction.denominator > largest:
+        fraction = fraction.limit_denominator(largest)
     return fraction.denominator, in_range(fraction.numerator, 64, "a time")
 
 

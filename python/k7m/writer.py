@@ -66,15 +66,21 @@ class Writer:
     """A document that is being written; a context manager, which completes it unless the block
     raises.
 
-    Tracks are added before the first sample. The file is written where it lies: one that was not
-    completed is of little use.
+    Tracks are added before the first sample. The file is written where it lies. One that was not
+    completed is a document with what the last `flush()` found, and in a fragmented one with every
+    fragment that has ended since; the other samples are lost.
 
     :param file: a path, whose file is made or overwritten, or an object open in binary mode for
         reading and writing, with `read`, `write`, `seek` and `truncate`; it should be empty
     :param is_fragmented: whether samples go to fragments. A plain document needs to know how many
         samples each track gets
-    :param time_scale: units per second of the document's own durations
+    :param time_scale: units per second of the document's own durations. Edit lists are written
+        with 32 bits: what lasts longer than 2^32-1 of these units is cut there for presentation
+        queries (119 h at 10,000 a second, 7 minutes at 10,000,000)
     """
+
+    # How many gaps a track has room for.
+    _USUAL_GAPS = 1
 
     def __init__(
         self,
@@ -111,7 +117,7 @@ class Writer:
         time_scale: int,
         descriptions: Iterable[Description],
         *,
-        max_samples: int = 0,
+        max_samples: Optional[int] = None,
         width: float = 0,
         height: float = 0,
         volume: float = 1.0,
@@ -119,7 +125,7 @@ class Writer:
         handler_name: str = "",
         flags: int = _ENABLED_IN_MOVIE_AND_PREVIEW,
         has_dependencies: bool = False,
-        max_gaps: int = 1,
+        max_gaps: Optional[int] = None,
     ) -> NewTrack:
         """Adds a track.
 
@@ -127,8 +133,13 @@ class Writer:
         :param time_scale: units per second of the times of its samples
         :param descriptions: how they are coded; those of the media type's kind
         :param max_samples: how many samples there will be at most; needed in a plain document
-        :param max_gaps: how many gaps there will be at most; a first sample later than 0 makes one
+        :param max_gaps: how many gaps there will be at most; a first sample later than 0 makes one.
+            None: 1, and in a `RecordingWriter` 100
+        :raises ValueError: for a plain document without `max_samples`
         """
+        if max_samples is None and not self._is_fragmented:
+            raise ValueError("a plain document needs max_samples (or is_fragmented=True)")
+        gaps = self._USUAL_GAPS if max_gaps is None else max_gaps
         descriptions = tuple(descriptions)
         name = handler_name.encode()
         info = r.make(
@@ -148,11 +159,11 @@ class Writer:
         entries = r.make(
             r.TrackEntriesInfo,
             sampleDescriptorCount=len(descriptions),
-            gapCount=in_range(max_gaps, 32, "a number of gaps"),
+            gapCount=in_range(gaps, 32, "a number of gaps"),
             maxCodecHeaderDataLength=max((len(d.codec_header) for d in descriptions), default=0),
         )
         track = c_void_p()
-        count = in_range(max_samples, 32, "a number of samples")
+        count = in_range(max_samples or 0, 32, "a number of samples")
         self._owner.call(
             lib.QiroK7MWriterAddTrack,
             self._owner, byref(info), byref(entries), count, name, byref(track),
@@ -163,7 +174,9 @@ class Writer:
         self._tracks.append(new)
         return new
 
-    def add_track_like(self, track: Track, *, max_samples: int = 0, max_gaps: int = 1) -> NewTrack:
+    def add_track_like(
+        self, track: Track, *, max_samples: Optional[int] = None, max_gaps: Optional[int] = None
+    ) -> NewTrack:
         """Adds a track with the properties and descriptions of one that was read."""
         return self.add_track(
             track.media_type,
@@ -214,7 +227,8 @@ class Writer:
             self._owner.close()
 
     def discard(self) -> None:
-        """Ends writing without completing the document."""
+        """Ends writing without completing the document. What is in the file stays: see the class. A
+        `RecordingWriter` writes its last fragment all the same."""
         self._owner.close()
 
     def __enter__(self) -> "Writer":

@@ -190,6 +190,63 @@ def test_closing_while_another_thread_reads(content):
         assert ends == ["closed"]
 
 
+def test_nobody_closes_between_a_call_and_the_note_of_what_it_gave(content, released, monkeypatch):
+    document = k7m.open(io.BytesIO(content))
+    walk = document.media_samples()
+    thread = threading.Thread(target=document.close)
+    adopt = _handles.Owner.adopt
+
+    def spy(*arguments):
+        thread.start()
+        thread.join(0.2)
+        return adopt(*arguments)
+
+    monkeypatch.setattr(_handles.Owner, "adopt", spy)
+    try:
+        next(walk)
+    except ValueError:
+        pass  # It was closed right after.
+    thread.join()
+    assert released.count("QiroK7MReleaseSample") == 1
+    assert released[-1] == "QiroK7MCloseReader"
+
+
+def test_a_long_sample_waits_for_its_turn_to_seek_the_file():
+    class Slow(io.BytesIO):
+        is_reading = False
+        is_disturbed = False
+
+        def seek(self, *arguments):
+            self.is_disturbed |= self.is_reading
+            return super().seek(*arguments)
+
+        def read(self, *arguments):
+            if thread.ident is None:  # Not started.
+                self.is_reading = True
+                thread.start()
+                thread.join(0.2)
+                self.is_reading = False
+            return super().read(*arguments)
+
+    content = io.BytesIO()
+    with k7m.Writer(content) as writer:
+        track = writer.add_track(
+            "vide", 25, [k7m.VideoDescription("raw ", b"", 4, 4)], max_samples=1
+        )
+        track.write([k7m.NewSample(bytes(2 << 20), 0)])
+    thread = threading.Thread(target=lambda: None)
+    thread.start()
+    file = Slow(content.getvalue())
+    with k7m.open(file) as document:
+        (sample,) = document.media_samples()
+        results = []
+        thread = threading.Thread(target=lambda: results.append(sample.read()))
+        results.append(sample.read())
+        thread.join()
+    assert results == [bytes(2 << 20)] * 2
+    assert not file.is_disturbed
+
+
 def test_a_writer_that_was_closed_refuses(clips):
     writer = k7m.Writer(io.BytesIO(), is_fragmented=True)
     track = writer.add_track("vide", 25, [k7m.VideoDescription("raw ", b"", 4, 4)])
@@ -203,6 +260,15 @@ def test_a_writer_that_was_closed_refuses(clips):
     ):
         with pytest.raises(ValueError, match="closed"):
             use()
+
+
+@pytest.mark.filterwarnings("error::pytest.PytestUnraisableExceptionWarning")
+def test_a_writer_that_is_dropped_with_its_file_object_makes_no_noise():
+    file = io.BytesIO()
+    writer = k7m.Writer(file, is_fragmented=True)
+    file.close()
+    del writer
+    gc.collect()
 
 
 def test_a_track_of_another_writer_is_refused():

@@ -132,3 +132,30 @@ def test_a_plain_document_takes_no_more_samples_than_were_told():
             track.write([k7m.NewSample(b"two", 1)])
         assert caught.value.code == k7m.ErrorCode.kQiroK7MErrorSampleTableFull
         writer.discard()
+
+
+def test_a_plain_document_is_told_at_once_that_it_needs_a_number_of_samples(clips):
+    description = k7m.VideoDescription("raw ", b"", 4, 4)
+    with k7m.open(clips / "video-only.mp4") as document:
+        with k7m.Writer(io.BytesIO()) as writer:
+            with pytest.raises(ValueError, match="max_samples"):
+                writer.add_track("vide", 25, [description])
+            with pytest.raises(ValueError, match="max_samples"):
+                writer.add_track_like(document.tracks[0])
+            # A track may be without samples.
+            writer.add_track("vide", 25, [description], max_samples=0)
+
+
+@pytest.mark.parametrize("is_fragmented", [False, True])
+def test_what_was_flushed_is_a_document(is_fragmented):
+    file = io.BytesIO()
+    with pytest.raises(LookupError):
+        with k7m.Writer(file, is_fragmented=is_fragmented) as writer:
+            description = k7m.VideoDescription("raw ", b"", 4, 4)
+            track = writer.add_track("vide", 25, [description], max_samples=2)
+            track.write([k7m.NewSample(b"one", 5)])
+            writer.flush()
+            track.write([k7m.NewSample(b"two", 6)])
+            raise LookupError
+    with k7m.open(file) as document:
+        assert [s.read() for s in document.media_samples()] == [b"one"]
