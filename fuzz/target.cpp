@@ -16,6 +16,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   return 0;
 }
 
+// The name is the sanitizer's.
+#ifdef __clang__
+#pragma clang diagnostic ignored "-Wreserved-identifier"
+#endif
 /// A file may ask for more memory than there is: an ordinary error and not the end of the program.
 /// Blocks that are large are refused, because the sanitizer would touch all of them.
 extern "C" const char* __asan_default_options() {
