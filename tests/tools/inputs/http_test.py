@@ -214,12 +214,14 @@ def test_redirections_lead_to_web_servers_only(liar, files):
     assert run.returncode == 1 and b"file" in run.stderr
 
 
-def test_an_unknown_certificate_is_refused(liar, content, tmp_path):
+@pytest.fixture
+def certificate(liar, tmp_path) -> str:
+    """Makes the server speak https, with a certificate that nobody has signed."""
     key, certificate = tmp_path / "key", tmp_path / "certificate"
     subprocess.run(
         [
             "openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=localhost",
-            "-keyout", key, "-out", certificate,
+            "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", certificate,
         ],
         check=True, capture_output=True,
     )  # fmt: skip
@@ -227,6 +229,25 @@ def test_an_unknown_certificate_is_refused(liar, content, tmp_path):
     context.load_cert_chain(certificate, key)
     liar.socket = context.wrap_socket(liar.socket, server_side=True)
     liar.handle_error = lambda *_: None  # The program breaks the handshake off.
+    liar.url = liar.url.replace("http:", "https:")
+    return str(certificate)
+
+
+@pytest.mark.parametrize("authorities", [{}, {"SSL_CERT_FILE": ""}])
+def test_an_unknown_certificate_is_refused(liar, content, certificate, authorities):
     liar.answer = serve(content)
-    run = k7m("info", liar.url.replace("http:", "https:"))
+    run = k7m("info", liar.url, **authorities)
+    assert run.returncode == 1 and b"certificate" in run.stderr, run.stderr
+
+
+def test_a_certificate_that_the_user_trusts_is_taken(liar, content, files, certificate):
+    liar.answer = serve(content)
+    run = k7m("info", "--json", liar.url, SSL_CERT_FILE=certificate)
+    assert run.returncode == 0, run.stderr
+    assert without_name(run.stdout) == without_name(k7m("info", "--json", files / "end.mp4").stdout)
+
+
+def test_a_trusted_certificate_is_no_other_server_s(liar, content, certificate):
+    liar.answer = serve(content)
+    run = k7m("info", liar.url.replace("127.0.0.1", "localhost"), SSL_CERT_FILE=certificate)
     assert run.returncode == 1 and b"certificate" in run.stderr, run.stderr
