@@ -17,6 +17,7 @@ complete -c k7m -n '__fish_seen_subcommand_from info' -s h -l help -d 'Print thi
 complete -c k7m -n '__fish_seen_subcommand_from info' -l spool-limit -x -d 'How much of the standard input may be copied into a temporary file, as 500MB or 10GiB (MB and MiB are 1,048,576 bytes); 4GiB unless given'
 complete -c k7m -n '__fish_seen_subcommand_from info' -l strict -d 'Fail at the first warning'
 complete -c k7m -n '__fish_seen_subcommand_from info' -l json -d 'Print JSON'
+complete -c k7m -n '__fish_seen_subcommand_from info' -l count-fragments -d 'Count the fragments and their samples also in a file on a server, which takes about a request for each; files of this machine are always counted'
 complete -c k7m -n '__fish_seen_subcommand_from tree' -s h -l help -d 'Print this help message and exit'
 complete -c k7m -n '__fish_seen_subcommand_from tree' -l spool-limit -x -d 'How much of the standard input may be copied into a temporary file, as 500MB or 10GiB (MB and MiB are 1,048,576 bytes); 4GiB unless given'
 complete -c k7m -n '__fish_seen_subcommand_from tree' -l strict -d 'Fail at the first warning'

@@ -14,7 +14,9 @@ def ranges(requests: list[str]) -> list[tuple[int, int]]:
     return [(int(f[1]), int(f[2]) + 1) for f in found]
 
 
-@pytest.mark.parametrize("name, most", [("front.mp4", 3), ("end.mp4", 5)])
+@pytest.mark.parametrize(
+    "name, most", [("front.mp4", 1), ("end.mp4", 2), ("long-front.mp4", 2), ("long-end.mp4", 4)]
+)
 def test_info_takes_few_requests(nginx, files, name, most):
     nginx.requests()
     run = k7m("info", "--json", f"{nginx.url}/{name}")
@@ -24,9 +26,51 @@ def test_info_takes_few_requests(nginx, files, name, most):
     assert 1 <= len(requests) <= most, requests
     fetched = ranges(requests)
     assert max(end - begin for begin, end in fetched) <= 8 << 20
-    assert sum(end - begin for begin, end in fetched) < (files / name).stat().st_size / 2
+    if not name.startswith("long"):
+        assert sum(end - begin for begin, end in fetched) < (files / name).stat().st_size / 2
     covered = sorted(fetched)
     assert all(a[1] <= b[0] for a, b in zip(covered, covered[1:])), "fetched twice"
+
+
+@pytest.mark.parametrize("name, packet", [("parts.mp4", None), ("packet.mp4", 5000)])
+def test_info_does_not_walk_over_fragments_on_a_server(nginx, files, name, packet):
+    size = (files / name).stat().st_size
+    expected = without_name(k7m("info", "--json", files / name).stdout)
+    count = expected["document"]["fragmentCount"]
+    assert count >= 30
+    nginx.requests()
+    run = k7m("info", "--json", f"{nginx.url}/{name}")
+    fetched = ranges(nginx.requests())
+    assert run.returncode == 0, run.stderr
+    assert len(fetched) <= 3
+    assert sum(end - begin for begin, end in fetched) < size / 10
+    seen = without_name(run.stdout)
+    assert seen.pop("metadataLength") == packet
+    assert expected.pop("metadataLength") == (packet or 0)
+    places = [(seen["document"], expected["document"]), *zip(seen["tracks"], expected["tracks"])]
+    for known, full in places:
+        assert known["durationFrom"] == "header"
+        for field in "durationFrom", "duration", "seconds":  # Those of the header stay.
+            del known[field], full[field]
+        for field in {"fragmentCount", "sampleCount", "mediaBytes", "bitRate"} & known.keys():
+            assert known.pop(field) is None and full.pop(field) > 0
+    assert seen == expected
+
+
+def test_info_says_that_it_counts_no_fragments_on_a_server(nginx):
+    text = k7m("info", nginx.url + "/parts.mp4").stdout.decode()
+    assert "yes, fragments not counted over http (see --count-fragments)" in text
+    assert "none before the fragments; not looked for behind" in text
+    assert text.count("by the header, samples not counted\n") == 3
+    for label in "samples", "media bytes", "bit rate":
+        assert len(re.findall(rf"^  {label} +not counted over http$", text, re.MULTILINE)) == 2
+
+
+def test_info_counts_fragments_on_a_server_when_it_is_asked_to(nginx, files):
+    run = k7m("info", "--json", "--count-fragments", nginx.url + "/parts.mp4")
+    assert without_name(run.stdout) == without_name(
+        k7m("info", "--json", files / "parts.mp4").stdout
+    )
 
 
 @pytest.mark.parametrize(
