@@ -18,9 +18,9 @@ void AddFileOptions(CLI::App* command, std::string* path, uint64_t* spoolLimit) 
   command
       ->add_option("--spool-limit", *spoolLimit,
                    "How much of the standard input may be copied into a temporary file, as 500MB "
-                   "or 10GiB; 4GiB unless given")
+                   "or 10GiB (MB and MiB are 1,048,576 bytes); 4GiB unless given")
       ->type_name("SIZE")
-      ->transform(CLI::AsSizeValue(false));
+      ->transform(CLI::AsSizeValue(false).description(""));  // It would stand behind SIZE.
 }
 
 void AddInputOptions(CLI::App* command, InputOptions* options) {

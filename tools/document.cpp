@@ -1,14 +1,49 @@
 #include "document.h"
 
+#include <algorithm>
 #include <utility>
 
+#include "box_place.h"
+
 namespace qiro::k7m::tool {
+namespace {
+
+/// Reads the movie box in one go, a long one with what begins behind it. The library jumps about in
+/// long tables, and each jump would be a request.
+void FetchMovieBox(InputSource* source, const BoxPlace& moov) {
+  constexpr uint64_t kMost = uint64_t{16} << 20;
+  constexpr uint64_t kShort = uint64_t{128} << 10;
+  const uint64_t behind = moov.size > kShort ? kShort : 0;
+  std::vector<uint8_t> bytes(std::min(moov.size, kMost) + behind);
+  uint64_t bytesRead = 0;
+  if (!source->Read(bytes.data(), bytes.size(), moov.offset, &bytesRead)) {
+    throw FileFailure(source->Name(), source->Problem());
+  }
+}
+
+void FetchMovieBoxOf(const std::shared_ptr<InputSource>& source) {
+  FileStream stream(source);
+  FileNumbers numbers(&stream);
+  try {
+    uint64_t offset = 0;
+    while (const auto box = BoxAt(&numbers, offset, numbers.Length())) {
+      if (box->type == "moov") return FetchMovieBox(source.get(), *box);
+      offset += box->size;
+    }
+  } catch (const Failure&) {
+    if (stream.HasFailed()) throw;
+    // What is wrong with a box is for the library to say.
+  }
+}
+
+}  // namespace
 
 Document::Document(const InputOptions& options)
     : Document(options, OpenInput(options.path, options.spoolLimit)) {}
 
 Document::Document(const InputOptions& options, std::shared_ptr<InputSource> source)
     : file_(std::move(source)), warnings_(file_.Path(), options.isStrict, options.isQuiet) {
+  if (file_.Source()->IsRemote()) FetchMovieBoxOf(file_.Source());
   const QiroK7MIStreamCallBacks stream = file_.CallBacks();
   const QiroK7MWarningHandlerCallBacks warning = warnings_.CallBacks();
   const QiroK7MAllocatorCallBacks allocator;

@@ -6,6 +6,7 @@
 #include <array>
 #include <cctype>
 #include <charconv>
+#include <cstdlib>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -182,6 +183,10 @@ HttpConnection::HttpConnection(std::string url) : url_(std::move(url)), handle_(
   curl_easy_setopt(handle_, CURLOPT_LOW_SPEED_LIMIT, 1L);
   curl_easy_setopt(handle_, CURLOPT_LOW_SPEED_TIME, kSilentSeconds);
   curl_easy_setopt(handle_, CURLOPT_USERAGENT, "k7m");
+  const char* const authorities = std::getenv("SSL_CERT_FILE");
+  if (authorities != nullptr && *authorities != '\0') {
+    curl_easy_setopt(handle_, CURLOPT_CAINFO, authorities);
+  }
   curl_easy_setopt(
       handle_, CURLOPT_HEADERFUNCTION, +[](char* line, size_t one, size_t size, void* exchange) {
         static_cast<Exchange*>(exchange)->TakeHeader({line, one * size});

@@ -47,6 +47,8 @@ class HttpSource : public InputSource {
     return true;
   }
 
+  bool IsRemote() const override { return true; }
+
  private:
   // A part of the file that is in memory.
   struct Piece {

@@ -9,6 +9,7 @@
 #include "document.h"
 #include "fragment_count.h"
 #include "messages.h"
+#include "metadata_packet.h"
 
 namespace qiro::k7m::tool {
 namespace {
@@ -16,6 +17,7 @@ namespace {
 struct InfoOptions {
   InputOptions input;
   bool asJson = false;
+  bool countsFragments = false;
 };
 
 std::string HandlerName(const Document& document, const Track& track) {
@@ -126,10 +128,17 @@ TrackFacts FactsOf(const Document& document, const Track& track) {
   return facts;
 }
 
+// The fragments stand all over the file, so that nearly each of them would cost a request.
+bool SkipsFragments(const InfoOptions& options, const Document& document) {
+  return !options.countsFragments && document.File().Source()->IsRemote() &&
+         document.IsFragmented();
+}
+
 void RunInfo(const InfoOptions& options, Output& out) {
   const Document document(options.input);
   DocumentFacts facts;
   facts.path = options.input.path;
+  facts.areFragmentsSkipped = SkipsFragments(options, document);
   // The samples come last and their failures are put off, so that a file with a broken track still
   // shows everything else.
   std::optional<Failure> failure;
@@ -144,15 +153,19 @@ void RunInfo(const InfoOptions& options, Output& out) {
     QiroK7MDocInfo info;
     document.Check(QiroK7MReaderGetDocInfo(document.Reader(), &info));
     facts.info = info;
-    if (info.isFragmented != 0) facts.fragmentCount = CountFragments(document.File());
+    if (facts.areFragmentsSkipped) return;
+    facts.fragmentCount = info.isFragmented != 0 ? CountFragments(document.File()) : 0;
   });
   attempt([&] {
+    // The library looks for it up to the end of the file.
+    if (facts.areFragmentsSkipped && !HasPacketBeforeMedia(document.File())) return;
     uint32_t length = 0;
     document.Check(QiroK7MReaderGetUlbDataLength(document.Reader(), &length));
     facts.metadataLength = length;
   });
   for (const Track& track : document.Tracks()) {
     facts.tracks.push_back(FactsOf(document, track));
+    if (facts.areFragmentsSkipped) continue;
     attempt([&] { CountSamples(document, track, &facts.tracks.back()); });
   }
   if (facts.info) facts.durationOfSamples = LongestOfSamples(*facts.info, facts.tracks);
@@ -168,6 +181,9 @@ void AddInfoCommand(CLI::App& program, Action& chosen) {
                                  "k7m info clip.mp4 --json", options, RunInfo, chosen);
   AddInputOptions(command, &options->input);
   command->add_flag("--json", options->asJson, "Print JSON");
+  command->add_flag("--count-fragments", options->countsFragments,
+                    "Count the fragments and their samples also in a file on a server, which takes "
+                    "about a request for each; files of this machine are always counted");
 }
 
 }  // namespace qiro::k7m::tool

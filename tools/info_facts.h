@@ -32,7 +32,7 @@ struct TrackFacts {
   // In the track's scale, where the samples of the fragments go on behind the duration that the
   // header gives. The last sample is taken to last as long as the one before it.
   std::optional<uint64_t> durationOfSamples;
-  // Without a value where the file did not let them be found out.
+  // Without a value where the file did not let them be found out, and where fragments are skipped.
   std::optional<uint32_t> sampleCount;
   std::optional<uint64_t> byteCount;
   std::optional<double> bitRate;
@@ -43,7 +43,11 @@ struct TrackFacts {
 struct DocumentFacts {
   std::string path;
   std::optional<QiroK7MDocInfo> info;
-  uint64_t fragmentCount = 0;
+  // The fragments of a document on a server are counted, and their samples, only when the user asks
+  // for it. Their number has no value then, nor has what the tracks hold, nor a metadata packet
+  // that does not stand before them.
+  bool areFragmentsSkipped = false;
+  std::optional<uint64_t> fragmentCount;
   // In the movie's scale, where a track has one.
   std::optional<uint64_t> durationOfSamples;
   std::optional<uint32_t> metadataLength;

@@ -36,7 +36,7 @@ Json HeaderJson(const DocumentFacts& facts) {
           {"playRate", info.playRate},
           {"volume", info.volume},
           {"isFragmented", info.isFragmented != 0},
-          {"fragmentCount", facts.fragmentCount}};
+          {"fragmentCount", OrNull(facts.fragmentCount)}};
 }
 
 Json DescriptionJson(const DescriptionFacts& facts) {

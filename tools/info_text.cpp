@@ -7,6 +7,7 @@ namespace qiro::k7m::tool {
 namespace {
 
 constexpr size_t kLabelWidth = 16;
+constexpr const char* kSkipped = "not counted over http (see --count-fragments)";
 
 // One indented line: a label, then what is said about it.
 std::string Line(std::string label, const std::string& value) {
@@ -15,17 +16,20 @@ std::string Line(std::string label, const std::string& value) {
 }
 
 // The header of a fragmented document may leave the fragments out.
-std::string DurationText(MediaTime stored, const std::optional<uint64_t>& ofSamples) {
+std::string DurationText(MediaTime stored, const std::optional<uint64_t>& ofSamples,
+                         bool areFragmentsSkipped) {
   const auto text = [](MediaTime time) {
     return SecondsText(time) + " s (" + std::to_string(time.value) + ")";
   };
+  if (areFragmentsSkipped) return text(stored) + " by the header, samples not counted";
   if (!ofSamples) return text(stored);
   return text({*ofSamples, stored.scale}) + " by the samples, " + text(stored) + " by the header";
 }
 
 std::string FragmentText(const DocumentFacts& facts) {
   if (facts.info->isFragmented == 0) return "no";
-  return "yes, " + CountText(facts.fragmentCount, "fragment");
+  if (!facts.fragmentCount) return std::string("yes, fragments ") + kSkipped;
+  return "yes, " + CountText(*facts.fragmentCount, "fragment");
 }
 
 std::string HeaderText(const DocumentFacts& facts) {
@@ -33,7 +37,8 @@ std::string HeaderText(const DocumentFacts& facts) {
   return Line("created", DateText(info.creationTime)) +
          Line("modified", DateText(info.modificationTime)) +
          Line("time scale", std::to_string(info.timeScale)) +
-         Line("duration", DurationText({info.duration, info.timeScale}, facts.durationOfSamples)) +
+         Line("duration", DurationText({info.duration, info.timeScale}, facts.durationOfSamples,
+                                       facts.areFragmentsSkipped)) +
          Line("play rate", NumberText(info.playRate)) + Line("volume", NumberText(info.volume)) +
          Line("fragmented", FragmentText(facts));
 }
@@ -62,7 +67,7 @@ std::string EditText(const TrackFacts& facts) {
   return entries + ", " + CountText(facts.entries.gapCount, "gap");
 }
 
-std::string TrackText(const TrackFacts& facts) {
+std::string TrackText(const TrackFacts& facts, bool areFragmentsSkipped) {
   const QiroK7MTrackInfo& info = facts.info;
   std::string text = "track " + std::to_string(facts.number) + "\n";
   text += Line("media type", FourCharacters(info.mediaType));
@@ -72,7 +77,8 @@ std::string TrackText(const TrackFacts& facts) {
   text += Line("created", DateText(info.creationTime));
   text += Line("modified", DateText(info.modificationTime));
   text += Line("time scale", std::to_string(info.timeScale));
-  text += Line("duration", DurationText({info.duration, info.timeScale}, facts.durationOfSamples));
+  text += Line("duration", DurationText({info.duration, info.timeScale}, facts.durationOfSamples,
+                                        areFragmentsSkipped));
   text += Line("dimensions", NumberText(info.width) + " x " + NumberText(info.height));
   text += Line("volume", NumberText(info.volume));
   for (size_t i = 0; i < facts.descriptions.size(); ++i) {
@@ -80,10 +86,11 @@ std::string TrackText(const TrackFacts& facts) {
   }
   text += Line("edit list", EditText(facts));
   text += Line("dependencies", (info.trackFlags & 1) != 0 ? "yes" : "no");
-  text += Line("samples", facts.sampleCount ? std::to_string(*facts.sampleCount) : "unknown");
-  text += Line("media bytes", facts.byteCount ? std::to_string(*facts.byteCount) : "unknown");
+  const std::string none = areFragmentsSkipped ? "not counted over http" : "unknown";
+  text += Line("samples", facts.sampleCount ? std::to_string(*facts.sampleCount) : none);
+  text += Line("media bytes", facts.byteCount ? std::to_string(*facts.byteCount) : none);
   text += Line("bit rate",
-               facts.bitRate ? std::to_string(std::llround(*facts.bitRate)) + " bit/s" : "unknown");
+               facts.bitRate ? std::to_string(std::llround(*facts.bitRate)) + " bit/s" : none);
   return text;
 }
 
@@ -92,9 +99,10 @@ std::string TrackText(const TrackFacts& facts) {
 std::string InfoText(const DocumentFacts& facts) {
   std::string text = Printable(facts.path) + "\n";
   if (facts.info) text += HeaderText(facts);
-  text +=
-      Line("metadata", facts.metadataLength ? CountText(*facts.metadataLength, "byte") : "unknown");
-  for (const TrackFacts& track : facts.tracks) text += TrackText(track);
+  const std::string none =
+      facts.areFragmentsSkipped ? "none before the fragments; not looked for behind" : "unknown";
+  text += Line("metadata", facts.metadataLength ? CountText(*facts.metadataLength, "byte") : none);
+  for (const TrackFacts& track : facts.tracks) text += TrackText(track, facts.areFragmentsSkipped);
   return text;
 }
 

@@ -28,6 +28,8 @@ class InputSource {
   virtual bool Measure(uint64_t* length) = 0;
   /// Whether the status belongs to this very file, by whatever name.
   virtual bool IsSameFile(const struct stat&) const { return false; }
+  /// Whether every jump to another place costs a request to a server.
+  virtual bool IsRemote() const { return false; }
   /// What went wrong last.
   const std::string& Problem() const { return problem_; }
 

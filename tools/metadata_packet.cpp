@@ -3,7 +3,19 @@
 #include <cerrno>
 #include <fstream>
 
+#include "box_place.h"
+
 namespace qiro::k7m::tool {
+namespace {
+
+bool IsPacket(FileNumbers* numbers, const BoxPlace& box) {
+  if (box.type != "uuid" || box.size < box.headerSize + 16) return false;
+  const uint64_t extendedType = box.offset + box.headerSize;
+  return numbers->At(extendedType, 8) == 0xBE7ACFCB97A942E8 &&
+         numbers->At(extendedType + 8, 8) == 0x9C71999491E3AFAC;
+}
+
+}  // namespace
 
 std::vector<uint8_t> ReadPacketFile(const std::string& path) {
   const FileStream file(path);  // For its messages.
@@ -22,6 +34,18 @@ std::vector<uint8_t> ReadOwnPacket(const Document& document) {
   std::vector<uint8_t> packet(length);
   if (length > 0) document.Check(QiroK7MReaderCopyUlbData(document.Reader(), packet.data()));
   return packet;
+}
+
+bool HasPacketBeforeMedia(const FileStream& file) {
+  FileStream stream(file.Source());
+  FileNumbers numbers(&stream);
+  uint64_t offset = 0;
+  while (const auto box = BoxAt(&numbers, offset, numbers.Length())) {
+    if (IsPacket(&numbers, *box)) return true;
+    if (box->type == "moof" || box->type == "mdat") return false;
+    offset += box->size;
+  }
+  return false;
 }
 
 }  // namespace qiro::k7m::tool

@@ -22,7 +22,7 @@ _k7m() {
     return
   fi
   case $command in
-    info) words='-h --help --spool-limit --strict --json' ;;
+    info) words='-h --help --spool-limit --strict --json --count-fragments' ;;
     tree) words='-h --help --spool-limit --strict --json --all' ;;
     samples) words='-h --help --spool-limit --strict --track --type --from --to --media --json --csv' ;;
     extract) words='-h --help --spool-limit --strict --metadata --track --codec-header --description -o --output' ;;

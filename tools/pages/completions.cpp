@@ -34,25 +34,24 @@ std::string Quoted(const std::string& text) {
   return out + "'";
 }
 
-/// As Quoted(), with the letters that mean something to `_arguments` and `_describe` made harmless.
-std::string ZshQuoted(const std::string& text) {
+/// With a backslash before each of some letters.
+std::string Escaped(const std::string& text, const std::string& letters) {
   std::string out;
   for (const char letter : text) {
-    if (letter == ':' || letter == '[' || letter == ']' || letter == '\\') out += '\\';
+    if (letters.find(letter) != std::string::npos) out += '\\';
     out += letter;
   }
   return out;
 }
 
+/// A description for `_arguments` and `_describe`, without letters that mean something to them.
+std::string ZshQuoted(const std::string& text) { return Escaped(text, ":[]\\"); }
+
+/// The name of a value for `_arguments`, which shows it. What is behind a colon would be run.
+std::string ZshValue(const std::string& text) { return Escaped(text, ":\\"); }
+
 /// In single quotes of fish, where a backslash protects.
-std::string FishQuoted(const std::string& text) {
-  std::string out = "'";
-  for (const char letter : text) {
-    if (letter == '\'' || letter == '\\') out += '\\';
-    out += letter;
-  }
-  return out + "'";
-}
+std::string FishQuoted(const std::string& text) { return "'" + Escaped(text, "'\\") + "'"; }
 
 /// Options whose value is no file: nothing is known about it.
 std::string BashOpaqueOptions(const ProgramText& text) {
@@ -68,7 +67,7 @@ std::string BashOpaqueOptions(const ProgramText& text) {
 
 std::string ZshAction(const OptionText& option) {
   if (option.value.empty()) return "";
-  return ":" + option.value + ":" + (option.namesFile ? "_files" : "");
+  return ":" + ZshValue(option.value) + ":" + (option.namesFile ? "_files" : "");
 }
 
 /// One name of an option, as `_arguments` wants it. A long one takes its value behind '=' or as the
@@ -89,7 +88,7 @@ std::string ZshOptions(const CommandText& command) {
     }
   }
   for (const OptionText& positional : command.positionals) {
-    out += " \\\n        " + Quoted(":" + positional.value + ":_files");
+    out += " \\\n        " + Quoted(":" + ZshValue(positional.value) + ":_files");
   }
   return out;
 }

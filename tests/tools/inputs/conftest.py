@@ -40,6 +40,21 @@ def files(tmp_path_factory) -> pathlib.Path:
             "-threads", "1", *flags, folder / name,
         ]  # fmt: skip
         subprocess.run(command, check=True)
+    # Its movie box is more than 1 MiB long.
+    command = [
+        "ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc2=size=16x16:rate=1000:duration=130",
+        "-c:v", "mpeg4", "-bf", "1", "-threads", "1", folder / "long-end.mp4",
+    ]  # fmt: skip
+    subprocess.run(command, check=True)
+    copy = ["-c", "copy", "-movflags", "+faststart", folder / "long-front.mp4"]
+    subprocess.run(["ffmpeg", "-v", "error", "-i", folder / "long-end.mp4", *copy], check=True)
+    fragmented = ["-c", "copy", "-movflags", "empty_moov+default_base_moof", "-frag_duration", "1000000"]
+    command = ["ffmpeg", "-v", "error", "-i", folder / "front.mp4", *fragmented, folder / "parts.mp4"]
+    subprocess.run(command, check=True)
+    (folder / "packet").write_bytes(bytes(5000))
+    run = k7m("remux", folder / "front.mp4", folder / "packet.mp4", "--fragmented=1",
+              "--metadata", folder / "packet")  # fmt: skip
+    assert run.returncode == 0, run.stderr
     content = (folder / "front.mp4").read_bytes()
     (folder / "cut.mp4").write_bytes(content[: len(content) // 2])
     (folder / "empty.mp4").write_bytes(b"")

@@ -14,7 +14,9 @@ def ranges(requests: list[str]) -> list[tuple[int, int]]:
     return [(int(f[1]), int(f[2]) + 1) for f in found]
 
 
-@pytest.mark.parametrize("name, most", [("front.mp4", 3), ("end.mp4", 5)])
+@pytest.mark.parametrize(
+    "name, most", [("front.mp4", 1), ("end.mp4", 2), ("long-front.mp4", 2), ("long-end.mp4", 4)]
+)
 def test_info_takes_few_requests(nginx, files, name, most):
     nginx.requests()
     run = k7m("info", "--json", f"{nginx.url}/{name}")
@@ -24,9 +26,51 @@ def test_info_takes_few_requests(nginx, files, name, most):
     assert 1 <= len(requests) <= most, requests
     fetched = ranges(requests)
     assert max(end - begin for begin, end in fetched) <= 8 << 20
-    assert sum(end - begin for begin, end in fetched) < (files / name).stat().st_size / 2
+    if not name.startswith("long"):
+        assert sum(end - begin for begin, end in fetched) < (files / name).stat().st_size / 2
     covered = sorted(fetched)
     assert all(a[1] <= b[0] for a, b in zip(covered, covered[1:])), "fetched twice"
+
+
+@pytest.mark.parametrize("name, packet", [("parts.mp4", None), ("packet.mp4", 5000)])
+def test_info_does_not_walk_over_fragments_on_a_server(nginx, files, name, packet):
+    size = (files / name).stat().st_size
+    expected = without_name(k7m("info", "--json", files / name).stdout)
+    count = expected["document"]["fragmentCount"]
+    assert count >= 30
+    nginx.requests()
+    run = k7m("info", "--json", f"{nginx.url}/{name}")
+    fetched = ranges(nginx.requests())
+    assert run.returncode == 0, run.stderr
+    assert len(fetched) <= 3
+    assert sum(end - begin for begin, end in fetched) < size / 10
+    seen = without_name(run.stdout)
+    assert seen.pop("metadataLength") == packet
+    assert expected.pop("metadataLength") == (packet or 0)
+    places = [(seen["document"], expected["document"]), *zip(seen["tracks"], expected["tracks"])]
+    for known, full in places:
+        assert known["durationFrom"] == "header"
+        for field in "durationFrom", "duration", "seconds":  # Those of the header stay.
+            del known[field], full[field]
+        for field in {"fragmentCount", "sampleCount", "mediaBytes", "bitRate"} & known.keys():
+            assert known.pop(field) is None and full.pop(field) > 0
+    assert seen == expected
+
+
+def test_info_says_that_it_counts_no_fragments_on_a_server(nginx):
+    text = k7m("info", nginx.url + "/parts.mp4").stdout.decode()
+    assert "yes, fragments not counted over http (see --count-fragments)" in text
+    assert "none before the fragments; not looked for behind" in text
+    assert text.count("by the header, samples not counted\n") == 3
+    for label in "samples", "media bytes", "bit rate":
+        assert len(re.findall(rf"^  {label} +not counted over http$", text, re.MULTILINE)) == 2
+
+
+def test_info_counts_fragments_on_a_server_when_it_is_asked_to(nginx, files):
+    run = k7m("info", "--json", "--count-fragments", nginx.url + "/parts.mp4")
+    assert without_name(run.stdout) == without_name(
+        k7m("info", "--json", files / "parts.mp4").stdout
+    )
 
 
 @pytest.mark.parametrize(
@@ -214,12 +258,14 @@ def test_redirections_lead_to_web_servers_only(liar, files):
     assert run.returncode == 1 and b"file" in run.stderr
 
 
-def test_an_unknown_certificate_is_refused(liar, content, tmp_path):
+@pytest.fixture
+def certificate(liar, tmp_path) -> str:
+    """Makes the server speak https, with a certificate that nobody has signed."""
     key, certificate = tmp_path / "key", tmp_path / "certificate"
     subprocess.run(
         [
             "openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=localhost",
-            "-keyout", key, "-out", certificate,
+            "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", certificate,
         ],
         check=True, capture_output=True,
     )  # fmt: skip
@@ -227,6 +273,25 @@ def test_an_unknown_certificate_is_refused(liar, content, tmp_path):
     context.load_cert_chain(certificate, key)
     liar.socket = context.wrap_socket(liar.socket, server_side=True)
     liar.handle_error = lambda *_: None  # The program breaks the handshake off.
+    liar.url = liar.url.replace("http:", "https:")
+    return str(certificate)
+
+
+@pytest.mark.parametrize("authorities", [{}, {"SSL_CERT_FILE": ""}])
+def test_an_unknown_certificate_is_refused(liar, content, certificate, authorities):
     liar.answer = serve(content)
-    run = k7m("info", liar.url.replace("http:", "https:"))
+    run = k7m("info", liar.url, **authorities)
+    assert run.returncode == 1 and b"certificate" in run.stderr, run.stderr
+
+
+def test_a_certificate_that_the_user_trusts_is_taken(liar, content, files, certificate):
+    liar.answer = serve(content)
+    run = k7m("info", "--json", liar.url, SSL_CERT_FILE=certificate)
+    assert run.returncode == 0, run.stderr
+    assert without_name(run.stdout) == without_name(k7m("info", "--json", files / "end.mp4").stdout)
+
+
+def test_a_trusted_certificate_is_no_other_server_s(liar, content, certificate):
+    liar.answer = serve(content)
+    run = k7m("info", liar.url.replace("127.0.0.1", "localhost"), SSL_CERT_FILE=certificate)
     assert run.returncode == 1 and b"certificate" in run.stderr, run.stderr
