@@ -1,8 +1,9 @@
 #pragma once
 
 #include <algorithm>
-#include <iterator>
+#include <limits>
 #include <memory>
+#include <new>
 #include <type_traits>
 
 #include "base/allocation.h"

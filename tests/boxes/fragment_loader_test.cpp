@@ -9,6 +9,7 @@
 #include "internals/document.h"
 #include "support/counting_allocator.h"
 #include "support/fragment_builder.h"
+#include "support/heap_watch.h"
 
 namespace k7mtest {
 namespace {
@@ -151,6 +152,25 @@ TEST(FragmentLoader, AFragmentCostsLittleMemory) {
     return allocator.PeakBytes();
   };
   EXPECT_LT(peakOf(kCount) - peakOf(1), 400 * kCount);
+}
+
+// What a fragment's bytes decide the size of is not taken from the global operators.
+TEST(FragmentLoader, TakesTheClientsMemory) {
+  constexpr uint64_t kCount = 10000;
+  ASSERT_TRUE(HeapIsWatched());
+  Bytes runs;
+  for (uint64_t i = 0; i < kCount; ++i) runs.Append(DefaultRun(1));
+  CountingAllocator allocator;
+  const QiroK7MAllocatorCallBacks record = allocator.Record();
+  Document document(MovieBox() + Moof(Traf(0, Tfhd{}, runs)), &record, 0,
+                    impl::KeptBoxes::kAllButFragments);
+  ASSERT_TRUE(document.Root().ParseNext());
+  ResetHeapPeak();
+  const int64_t before = CountHeap().peakBytes;
+  ASSERT_TRUE(document.Root().ParseNext());
+  EXPECT_LT(CountHeap().peakBytes - before, 4096);
+  EXPECT_GT(allocator.PeakBytes(), kCount * sizeof(impl::TrackRun));
+  EXPECT_EQ(document.Root().Children().size(), 1u);
 }
 
 }  // namespace
