@@ -51,13 +51,15 @@ class StszBox final : public TableBox, public ISampleSizeBox {
   /// table.
   static constexpr uint32_t kStretch = 1024;
 
-  void SumStretches();
+  uint64_t Sum(uint64_t begin, uint64_t end) const;
+  void SumStretches() const;
   uint64_t SizeBefore(uint64_t index) const;
 
-  uint32_t constantSize_ = 0;
+  SampleSizeEntry constant_;
   uint32_t sampleCount_ = 0;
   RecordTable<SampleSizeEntry> entries_;
-  K7MVector<uint64_t> sizeBeforeStretch_;
+  /// Made when it is needed first: most documents have only chunks that are shorter.
+  mutable K7MVector<uint64_t> sizeBeforeStretch_;
 };
 
 }  // namespace qiro::k7m::impl

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "boxes/table_entries.h"
 
@@ -102,13 +103,18 @@ class SttsIterator : public RunIterator<CompactSttsEntry> {
   }
 
   SttsIterator& operator++() {
+    Next();
+    return *this;
+  }
+  /// Moves to the next sample; false when there is none.
+  bool Next() {
     if (Step()) {
       TakeValue();
-    } else {
-      value_.decodeTime += CurrentRun().delta;
-      ++value_.sampleNumber;
+      return HasMoreEntries();
     }
-    return *this;
+    value_.decodeTime += CurrentRun().delta;
+    ++value_.sampleNumber;
+    return true;
   }
   /// Moves on to the first sample at or after `time`, if the current one is before it.
   void SkipBefore(uint64_t time) {
@@ -192,45 +198,47 @@ class StscIterator {
     if (HasMoreEntries()) {
       value_ = {run->firstSample + chunkIndex * run->samplesPerChunk, run->firstChunk + chunkIndex,
                 run->descriptionIndex};
+      nextChunkAt_ = value_.sampleNumber + run->samplesPerChunk;
     }
   }
 
   bool HasMoreEntries() const { return run_ < end_; }
   StscIterator& operator++() {
-    ++value_.sampleNumber;
-    if (++sampleIndex_ == run_->samplesPerChunk) {
-      sampleIndex_ = 0;
-      NextChunk();
-    }
+    Step();
     return *this;
   }
-  /// Moves on by `count` samples, which must lie in the current chunk.
-  void AdvanceInChunk(uint32_t count) {
-    sampleIndex_ += count;
-    value_.sampleNumber += count;
+  /// Moves to the next sample; true when that one is in another chunk, or there is none.
+  bool Step() {
+    ++value_.sampleNumber;
+    if (value_.sampleNumber != nextChunkAt_) {
+      return false;
+    }
+    EnterNextChunk();
+    return true;
   }
-  /// Samples of the current chunk from the current one on.
-  uint32_t LeftInChunk() const { return run_->samplesPerChunk - sampleIndex_; }
+  /// Moves on by `count` samples, which must lie in the current chunk.
+  void AdvanceInChunk(uint32_t count) { value_.sampleNumber += count; }
   const StscEntry& operator*() const { return value_; }
   const StscEntry* operator->() const { return &value_; }
 
  private:
-  void NextChunk() {
+  void EnterNextChunk() {
     ++value_.chunkNumber;
-    if (++chunkIndex_ < run_->chunkCount) {
-      return;
-    }
-    run_ += size_t{1} + run_->emptyBehind;
-    chunkIndex_ = 0;
-    if (HasMoreEntries()) {
+    if (++chunkIndex_ >= run_->chunkCount) {
+      run_ += size_t{1} + run_->emptyBehind;
+      chunkIndex_ = 0;
+      if (!HasMoreEntries()) {
+        return;
+      }
       value_ = run_->Get(0);
     }
+    nextChunkAt_ = value_.sampleNumber + run_->samplesPerChunk;
   }
 
   const ChunkEntry* run_ = nullptr;
   const ChunkEntry* end_ = nullptr;
   uint32_t chunkIndex_ = 0;
-  uint32_t sampleIndex_ = 0;
+  uint32_t nextChunkAt_ = 0;  ///< Number of the first sample behind the current chunk.
   StscEntry value_;
 };
 
@@ -238,25 +246,38 @@ class StscIterator {
 class ChunkOffsetIterator {
  public:
   ChunkOffsetIterator() = default;
-  ChunkOffsetIterator(const uint32_t* current, const uint32_t* end) : narrow_(current, end) {}
-  ChunkOffsetIterator(const uint64_t* current, const uint64_t* end)
-      : wide_(current, end), isWide_(true) {}
+  template <class Offset>
+  ChunkOffsetIterator(const Offset* current, const Offset* end)
+      : current_(reinterpret_cast<const uint8_t*>(current)),
+        left_(static_cast<uint64_t>(end - current)),
+        width_(sizeof(Offset)) {}
 
-  bool HasMoreEntries() const {
-    return isWide_ ? wide_.HasMoreEntries() : narrow_.HasMoreEntries();
-  }
+  bool HasMoreEntries() const { return left_ != 0; }
   ChunkOffsetIterator& operator++() {
     Advance(1);
     return *this;
   }
   /// Moves on by `count` chunks, at most to the end.
-  void Advance(uint64_t count) { isWide_ ? wide_.Advance(count) : narrow_.Advance(count); }
-  ChunkOffsetEntry operator*() const { return {isWide_ ? *wide_ : *narrow_}; }
+  void Advance(uint64_t count) {
+    const uint64_t moved = std::min(count, left_);
+    current_ += moved * width_;
+    left_ -= moved;
+  }
+  ChunkOffsetEntry operator*() const {
+    return {width_ == sizeof(uint64_t) ? Load<uint64_t>() : Load<uint32_t>()};
+  }
 
  private:
-  Iterator<uint32_t> narrow_;
-  Iterator<uint64_t> wide_;
-  bool isWide_ = false;
+  template <class Offset>
+  Offset Load() const {
+    Offset offset;
+    std::memcpy(&offset, current_, sizeof offset);
+    return offset;
+  }
+
+  const uint8_t* current_ = nullptr;
+  uint64_t left_ = 0;
+  size_t width_ = 0;  ///< Bytes of an offset.
 };
 
 /// Sizes: from a table, or one size for every sample.
@@ -264,38 +285,32 @@ class SampleSizeIterator {
  public:
   SampleSizeIterator() = default;
   SampleSizeIterator(const SampleSizeEntry* current, const SampleSizeEntry* end)
-      : current_(current), end_(end) {}
-  SampleSizeIterator(uint32_t constantSize, uint32_t count)
-      : constant_{constantSize}, remaining_(count) {}
+      : current_(current), left_(static_cast<uint32_t>(end - current)) {}
+  /// `size` outlives the iterator.
+  SampleSizeIterator(const SampleSizeEntry* size, uint32_t count)
+      : current_(size), left_(count), step_(0) {}
 
-  bool IsConstantIter() const { return remaining_ < kTableMode; }
-  bool HasMoreEntries() const { return IsConstantIter() ? remaining_ != 0 : current_ < end_; }
+  bool IsConstantIter() const { return step_ == 0; }
+  bool HasMoreEntries() const { return left_ != 0; }
+  /// Only where there is an entry.
   SampleSizeIterator& operator++() {
-    if (IsConstantIter()) {
-      --remaining_;
-    } else {
-      ++current_;
-    }
+    current_ += step_;
+    --left_;
     return *this;
   }
   /// Moves on by `count` samples, at most to the end.
   void Advance(uint32_t count) {
-    if (IsConstantIter()) {
-      remaining_ -= std::min(count, remaining_);
-    } else {
-      current_ += std::min<ptrdiff_t>(count, end_ - current_);
-    }
+    const uint32_t moved = std::min(count, left_);
+    current_ += moved * step_;
+    left_ -= moved;
   }
-  const SampleSizeEntry& operator*() const { return IsConstantIter() ? constant_ : *current_; }
-  const SampleSizeEntry* operator->() const { return &**this; }
+  const SampleSizeEntry& operator*() const { return *current_; }
+  const SampleSizeEntry* operator->() const { return current_; }
 
  private:
-  static constexpr uint32_t kTableMode = 0xFFFFFFFF;
-
   const SampleSizeEntry* current_ = nullptr;
-  const SampleSizeEntry* end_ = nullptr;
-  SampleSizeEntry constant_;
-  uint32_t remaining_ = kTableMode;
+  uint32_t left_ = 0;
+  size_t step_ = 1;  ///< 0 where every sample has the same size.
 };
 
 }  // namespace qiro::k7m::impl

@@ -19,26 +19,6 @@ void DocIterator::AddTrack(std::unique_ptr<SampleIterator> samples, uint32_t tim
 
 bool DocIterator::HasMoreEntries() { return pendingCount_ != 0 || !failed_.empty(); }
 
-std::unique_ptr<Sample> DocIterator::GetNextSample() {
-  if (!failed_.empty()) {
-    const QiroK7MError failure = failed_.back()->failure;
-    failed_.pop_back();
-    ThrowException(failure);
-  }
-  TrackState* const earliest = FindEarliest();
-  if (earliest == nullptr) {
-    return nullptr;
-  }
-  std::unique_ptr<Sample> chosen = std::move(earliest->pending);
-  --pendingCount_;
-  Fetch(*earliest);
-  if (earliest->failure != kQiroK7MErrorNone) {
-    failed_.push_back(earliest);
-  }
-  Requeue();
-  return chosen;
-}
-
 void DocIterator::Start() {
   // Later on nothing is allocated here: at most one entry a track.
   queue_.reserve(tracks_.size());
@@ -51,15 +31,21 @@ void DocIterator::Start() {
   }
 }
 
-void DocIterator::Fetch(TrackState& track) {
-  track.failure = GuardedCall([&track] { track.pending = track.samples->GetNextSample(); });
+inline void DocIterator::Fetch(TrackState& track) {
+  const QiroK7MError failure =
+      GuardedCall([&track] { track.pending = track.samples->GetNextSample(); });
   if (track.pending != nullptr) {
     track.time = track.pending->GetInfo().timeStamp;
-    ++pendingCount_;
+    return;
+  }
+  --pendingCount_;
+  if (failure != kQiroK7MErrorNone) {
+    track.failure = failure;
+    failed_.push_back(&track);
   }
 }
 
-bool DocIterator::IsBefore(const TrackState& track, const TrackState& other) {
+inline bool DocIterator::IsBefore(const TrackState& track, const TrackState& other) {
   const uint64_t time = track.time * other.timeScale;
   const uint64_t otherTime = other.time * track.timeScale;
   return time < otherTime || (time == otherTime && &track < &other);
@@ -75,7 +61,7 @@ void DocIterator::Queue(TrackState& track) {
                  [](const TrackState* a, const TrackState* b) { return IsBefore(*b, *a); });
 }
 
-void DocIterator::Requeue() {
+inline void DocIterator::Requeue() {
   if (!isQueued_) {
     return;
   }
@@ -87,6 +73,34 @@ void DocIterator::Requeue() {
     isQueued_ = false;
     return;
   }
+  constexpr size_t kUsualCount = 2;  // Of tracks: pictures and sound.
+  if (queue_.size() == kUsualCount) {
+    TrackState* const other = queue_.back();
+    const bool isMovedFirst = IsBefore(*moved, *other);
+    queue_.front() = isMovedFirst ? moved : other;
+    queue_.back() = isMovedFirst ? other : moved;
+  } else if (!queue_.empty()) {
+    SiftDown(moved);
+  }
+}
+
+std::unique_ptr<Sample> DocIterator::GetNextSample() {
+  if (!failed_.empty()) {
+    const QiroK7MError failure = failed_.back()->failure;
+    failed_.pop_back();
+    ThrowException(failure);
+  }
+  TrackState* const earliest = FindEarliest();
+  if (earliest == nullptr) {
+    return nullptr;
+  }
+  std::unique_ptr<Sample> chosen = std::move(earliest->pending);
+  Fetch(*earliest);
+  Requeue();
+  return chosen;
+}
+
+void DocIterator::SiftDown(TrackState* moved) {
   const size_t count = queue_.size();
   size_t place = 0;
   for (size_t child = 1; child < count; child = 2 * place + 1) {
@@ -99,9 +113,7 @@ void DocIterator::Requeue() {
     queue_[place] = queue_[child];
     place = child;
   }
-  if (count != 0) {
-    queue_[place] = moved;
-  }
+  queue_[place] = moved;
 }
 
 DocIterator::TrackState* DocIterator::FindEarliest() {

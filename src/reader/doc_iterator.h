@@ -47,6 +47,8 @@ class DocIterator final : public SampleIterator {
   void Fetch(TrackState& track);
   /// Gives the first track of the queue, whose pending sample has changed, its place.
   void Requeue();
+  /// Puts the track into the queue, whose first place is free.
+  void SiftDown(TrackState* moved);
 
   /// They stay where they are from Start() on.
   std::vector<TrackState> tracks_;

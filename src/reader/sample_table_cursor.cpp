@@ -28,6 +28,7 @@ bool SampleTableCursor::Position(const SttsIterator& times) {
   compositionOffsets_ = ctts_ == nullptr ? CttsIterator() : ctts_->FindBySampleNumber(sampleNumber);
   syncSamples_ =
       stss_ == nullptr ? Iterator<SyncSampleEntry>() : stss_->FindBySampleNumber(sampleNumber);
+  FindIfKey();
   dependencies_ = sdtp_ == nullptr ? Iterator<uint8_t>() : sdtp_->FindBySampleNumber(sampleNumber);
   return true;
 }
@@ -50,42 +51,6 @@ bool SampleTableCursor::PositionInChunk(uint32_t sampleNumber) {
   }
   chunks_.AdvanceInChunk(before);
   dataOffset_ = (*chunkOffsets_).offset + stsz_->SizeOfSamples(firstInChunk, before);
-  return true;
-}
-
-void SampleTableCursor::Next() {
-  if (IsKey()) {
-    ++syncSamples_;
-  }
-  dataOffset_ += sizes_->size;
-  ++times_;
-  if (!times_.HasMoreEntries()) {
-    isPositioned_ = false;
-    return;
-  }
-  ++sizes_;
-  if (compositionOffsets_.HasMoreEntries()) {
-    ++compositionOffsets_;
-  }
-  if (dependencies_.HasMoreEntries()) {
-    ++dependencies_;
-  }
-  const uint32_t previousChunk = chunks_->chunkNumber;
-  ++chunks_;
-  if (!sizes_.HasMoreEntries() || !chunks_.HasMoreEntries()) {
-    EndTrack();
-  } else if (chunks_->chunkNumber != previousChunk) {
-    isPositioned_ = EnterChunk(previousChunk);
-  }
-}
-
-bool SampleTableCursor::EnterChunk(uint32_t previousChunk) {
-  // Runs without samples were stepped over: their chunks have offsets all the same.
-  chunkOffsets_.Advance(chunks_->chunkNumber - previousChunk);
-  if (!chunkOffsets_.HasMoreEntries()) {
-    return false;
-  }
-  dataOffset_ = (*chunkOffsets_).offset;
   return true;
 }
 

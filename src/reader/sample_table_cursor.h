@@ -22,7 +22,31 @@ class SampleTableCursor {
   SttsIterator AllSamples() const { return stts_->AllSamples(); }
 
   bool HasMoreEntries() const { return isPositioned_; }
-  void Next();
+  void Next() {
+    if (isKey_) {
+      ++syncSamples_;
+    }
+    dataOffset_ += sizes_->size;
+    isPositioned_ = times_.Next();
+    if (!isPositioned_) {
+      return;
+    }
+    ++sizes_;
+    if (compositionOffsets_.HasMoreEntries()) {
+      ++compositionOffsets_;
+    }
+    if (dependencies_.HasMoreEntries()) {
+      ++dependencies_;
+    }
+    FindIfKey();
+    const uint32_t previousChunk = chunks_->chunkNumber;
+    const bool isChunkOver = chunks_.Step();
+    if (!sizes_.HasMoreEntries() || (isChunkOver && !chunks_.HasMoreEntries())) {
+      EndTrack();
+    } else if (isChunkOver && chunks_->chunkNumber != previousChunk) {
+      EnterChunk(previousChunk);
+    }
+  }
   /// No sample follows in this track, wherever it is positioned: a table ran out.
   bool IsTrackAtEnd() const { return isTrackAtEnd_; }
 
@@ -33,16 +57,25 @@ class SampleTableCursor {
   uint32_t CompositionOffset() const {
     return compositionOffsets_.HasMoreEntries() ? *compositionOffsets_ : 0;
   }
-  bool IsKey() const {
-    return syncSamples_.HasMoreEntries() && syncSamples_->sampleNumber == times_->sampleNumber;
-  }
+  bool IsKey() const { return isKey_; }
   uint8_t Dependency() const { return dependencies_.HasMoreEntries() ? *dependencies_ : 0; }
   uint32_t DescriptionIndex() const { return chunks_->descriptionIndex; }
 
  private:
   bool PositionInChunk(uint32_t sampleNumber);
-  /// Moves to the chunk that the chunk map names; false when it has no offset.
-  bool EnterChunk(uint32_t previousChunk);
+  /// Moves to the chunk that the chunk map names; the samples end when it has no offset.
+  void EnterChunk(uint32_t previousChunk) {
+    // Runs without samples were stepped over: their chunks have offsets all the same.
+    chunkOffsets_.Advance(chunks_->chunkNumber - previousChunk);
+    isPositioned_ = chunkOffsets_.HasMoreEntries();
+    if (isPositioned_) {
+      dataOffset_ = (*chunkOffsets_).offset;
+    }
+  }
+  void FindIfKey() {
+    isKey_ =
+        syncSamples_.HasMoreEntries() && syncSamples_->sampleNumber == times_->sampleNumber;
+  }
   void EndTrack();
 
   const SttsBox* stts_;
@@ -61,6 +94,7 @@ class SampleTableCursor {
   Iterator<SyncSampleEntry> syncSamples_;
   Iterator<uint8_t> dependencies_;
   uint64_t dataOffset_ = 0;
+  bool isKey_ = false;
   bool isPositioned_ = false;
   bool isTrackAtEnd_ = false;
 };
