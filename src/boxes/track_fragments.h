@@ -33,13 +33,13 @@ struct TrackFragment {
 class TrackFragments {
  public:
   struct Entry : TrackFragment {
-    uint64_t latestEnd;  ///< Of this one and all before it.
     size_t firstOfMoof;  ///< Index of the track's first one in the same 'moof'.
     uint64_t moofOffset;
   };
 
   /// The callbacks outlive the object.
-  explicit TrackFragments(const QiroK7MAllocatorCallBacks* allocator) : entries_(allocator) {}
+  explicit TrackFragments(const QiroK7MAllocatorCallBacks* allocator)
+      : entries_(allocator), latestEnds_(allocator) {}
 
   /// Tells of a fragment in the 'moof' that is being completed, and makes room for it. What is told
   /// of one 'moof' is forgotten when a fragment of another one is.
@@ -64,6 +64,8 @@ class TrackFragments {
 
  private:
   size_t FindLastCovering(uint64_t time, size_t begin) const;
+  /// How many start at or before `time`, where they are in order.
+  size_t CountStartedBy(uint64_t time) const;
 
   struct Announced {
     uint64_t moofNumber = 0;
@@ -74,9 +76,13 @@ class TrackFragments {
   const Entry& Last() const { return entries_[Size() - 1]; }
 
   RecordTable<Entry> entries_;
+  /// The latest end of each one and all before it, apart: searches go through them, and what they
+  /// look at should be small.
+  RecordTable<uint64_t> latestEnds_;
   Announced announced_;
   uint64_t sampleCount_ = 0;
   bool isInOrder_ = true;
+  bool isDisjoint_ = true;  ///< Each one starts where the one before it ends, or later.
 };
 
 }  // namespace qiro::k7m::impl
