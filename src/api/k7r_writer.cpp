@@ -1,6 +1,7 @@
 #include "api/k7r_frame.h"
 #include "api/new_sample.h"
 #include "api/selection.h"
+#include "base/gathering_stream.h"
 #include "writer/handler_name.h"
 
 namespace impl = qiro::k7m::impl;
@@ -20,7 +21,7 @@ QiroK7MError QiroK7RDocCreateNew(const QiroK7MIOStreamCallBacks* callBacks,
                                  const QiroK7MAllocatorCallBacks* allocator, QiroK7RWriter** out) {
   return ApiCall([&] {
     Require(callBacks, info, allocator, out);
-    auto stream = std::make_unique<impl::QiroK7MIOStream>(*callBacks);
+    auto stream = std::make_unique<impl::GatheringStream>(*callBacks);
     ThrowIf(info->timeScale == 0, kQiroK7MErrorZeroTimeScale);
     *out = AsHandle(new (allocator) impl::K7RWriter(std::move(stream), *info, allocator));
   });
@@ -32,7 +33,7 @@ QiroK7MError QiroK7RDocOpenForAppend(const QiroK7MIOStreamCallBacks* callBacks,
                                      uint64_t* lastFragment, QiroK7RWriter** out) {
   return ApiCall([&] {
     Require(callBacks, reserved, allocator, lastFragment, out);
-    auto stream = std::make_unique<impl::QiroK7MIOStream>(*callBacks);
+    auto stream = std::make_unique<impl::GatheringStream>(*callBacks);
     uint64_t last = 0;
     *out = AsHandle(new (allocator) impl::K7RWriter(std::move(stream), keepLimit, last, allocator));
     *lastFragment = last;

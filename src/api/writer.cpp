@@ -1,4 +1,5 @@
 #include "api/writer_frame.h"
+#include "base/gathering_stream.h"
 #include "writer/handler_name.h"
 
 namespace impl = qiro::k7m::impl;
@@ -16,7 +17,7 @@ QiroK7MError QiroK7MDocCreateNew(const QiroK7MIOStreamCallBacks* callBacks,
                                  const QiroK7MAllocatorCallBacks* allocator, QiroK7MWriter** out) {
   return ApiCall([&] {
     Require(callBacks, info, allocator, out);
-    auto stream = std::make_unique<impl::QiroK7MIOStream>(*callBacks);
+    auto stream = std::make_unique<impl::GatheringStream>(*callBacks);
     ThrowIf(info->timeScale == 0, kQiroK7MErrorZeroTimeScale);
     *out = AsHandle(new (allocator) impl::Writer(std::move(stream), *info, allocator));
   });

@@ -83,7 +83,7 @@ class QiroK7MIStream final : public ClientStream<QiroK7MIStreamCallBacks> {
 };
 
 /// A stream to read from and write to. It has no warning callback.
-class QiroK7MIOStream final : public ClientStream<QiroK7MIOStreamCallBacks> {
+class QiroK7MIOStream : public ClientStream<QiroK7MIOStreamCallBacks> {
  public:
   /// Error 20 when a callback other than `acquire` and `release` is null.
   explicit QiroK7MIOStream(const QiroK7MIOStreamCallBacks& callBacks)

@@ -2,8 +2,6 @@
 
 #include <array>
 
-#include "base/big_endian.h"
-
 namespace qiro::k7m::impl {
 namespace {
 
@@ -12,13 +10,6 @@ T ReadNumber(QiroK7MStream& stream) {
   std::array<uint8_t, sizeof(T)> bytes;
   stream.Read(bytes.data(), bytes.size());
   return LoadBigEndian<T>(bytes.data());
-}
-
-template <class T>
-void WriteNumber(QiroK7MStream& stream, T value) {
-  std::array<uint8_t, sizeof(T)> bytes;
-  StoreBigEndian(bytes.data(), value);
-  stream.Write(bytes.data(), bytes.size(), nullptr);
 }
 
 }  // namespace
@@ -39,11 +30,6 @@ uint32_t QiroK7MStream::ReadNByteNumber(uint32_t byteCount) {
   Read(bytes.data() + (4 - byteCount), byteCount);
   return LoadBigEndian<uint32_t>(bytes.data());
 }
-
-void QiroK7MStream::WriteBYTE(uint8_t value) { Write(&value, 1, nullptr); }
-void QiroK7MStream::WriteWORD(uint16_t value) { WriteNumber(*this, value); }
-void QiroK7MStream::WriteDWORD(uint32_t value) { WriteNumber(*this, value); }
-void QiroK7MStream::WriteDDWORD(uint64_t value) { WriteNumber(*this, value); }
 
 bool QiroK7MStream::CanRead(uint64_t byteCount) {
   const uint64_t position = Tell();

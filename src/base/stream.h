@@ -1,7 +1,11 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <cstring>
+#include <utility>
 
+#include "base/big_endian.h"
 #include "base/errors.h"
 #include "base/warning_handler.h"
 #include "k7m/stream.h"
@@ -39,6 +43,11 @@ class QiroK7MStream {
   virtual uint64_t CachedLength() const = 0;
   virtual void Close() = 0;
   virtual QiroK7MError CloseNoThrow() = 0;
+  /// Small writes may go out as one until as many calls of EndGathering(), which fails where they
+  /// cannot be written, or of AbandonGathering(), which forgets them.
+  virtual void BeginGathering() {}
+  virtual void EndGathering() {}
+  virtual void AbandonGathering() {}
 
   uint8_t ReadBYTE();
   uint16_t ReadWORD();
@@ -49,11 +58,17 @@ class QiroK7MStream {
   void ReadBYTES(void* buffer, uint64_t length) { Read(buffer, length); }
   void ReadExactBYTES(void* buffer, uint64_t length) { Read(buffer, length); }
 
-  void WriteBYTE(uint8_t value);
-  void WriteWORD(uint16_t value);
-  void WriteDWORD(uint32_t value);
-  void WriteDDWORD(uint64_t value);
-  void WriteBYTES(const void* buffer, uint64_t length) { Write(buffer, length, nullptr); }
+  void WriteBYTE(uint8_t value) { WriteBYTES(&value, 1); }
+  void WriteWORD(uint16_t value) { WriteNumber(value); }
+  void WriteDWORD(uint32_t value) { WriteNumber(value); }
+  void WriteDDWORD(uint64_t value) { WriteNumber(value); }
+  void WriteBYTES(const void* buffer, uint64_t length) {
+    if (length != 0 && length <= static_cast<uint64_t>(roomEnd_ - nextRoom_)) {
+      std::memcpy(TakeRoom(length), buffer, length);
+    } else {
+      Write(buffer, length, nullptr);
+    }
+  }
 
   /// True when `byteCount` bytes lie between the position and the end. A stream that seems too
   /// short is measured again, so that a growing file is noticed.
@@ -72,8 +87,28 @@ class QiroK7MStream {
     }
   }
 
+ protected:
+  /// Room in memory that the next bytes to be written go into; without it, and when it is too
+  /// small, they go to Write().
+  void SetRoom(uint8_t* next, uint8_t* end) {
+    nextRoom_ = next;
+    roomEnd_ = end;
+  }
+  const uint8_t* NextRoom() const { return nextRoom_; }
+  /// There must be as much.
+  uint8_t* TakeRoom(uint64_t length) { return std::exchange(nextRoom_, nextRoom_ + length); }
+
  private:
+  template <class T>
+  void WriteNumber(T value) {
+    std::array<uint8_t, sizeof(T)> bytes;
+    StoreBigEndian(bytes.data(), value);
+    WriteBYTES(bytes.data(), bytes.size());
+  }
+
   WarningHandler warningHandler_;
+  uint8_t* nextRoom_ = nullptr;
+  uint8_t* roomEnd_ = nullptr;
 };
 
 }  // namespace qiro::k7m::impl

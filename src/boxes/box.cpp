@@ -1,6 +1,10 @@
 #include "boxes/box.h"
 
 #include <algorithm>
+#include <array>
+
+#include "base/big_endian.h"
+#include "base/gathering_stream.h"
 
 namespace qiro::k7m::impl {
 
@@ -26,15 +30,13 @@ Box::~Box() = default;
 
 void Box::WriteBoxHeader() {
   SeekTo(GetBeginOffset());
-  if (header_.IsExtendedSize()) {
-    stream_->WriteDWORD(1);
-    stream_->WriteDWORD(GetBoxType());
-    stream_->WriteDDWORD(totalSize_);
-    return;
-  }
-  ThrowIf(totalSize_ > 0xFFFFFFFF, kQiroK7MErrorStdException);
-  stream_->WriteDWORD(static_cast<uint32_t>(totalSize_));
-  stream_->WriteDWORD(GetBoxType());
+  const bool isLarge = header_.IsExtendedSize();
+  ThrowIf(!isLarge && totalSize_ > 0xFFFFFFFF, kQiroK7MErrorStdException);
+  std::array<uint8_t, 16> bytes;
+  StoreBigEndian(bytes.data(), isLarge ? uint32_t{1} : static_cast<uint32_t>(totalSize_));
+  StoreBigEndian(bytes.data() + 4, GetBoxType());
+  StoreBigEndian(bytes.data() + 8, totalSize_);
+  stream_->WriteBYTES(bytes.data(), isLarge ? 16 : 8);
 }
 
 void Box::AddChildBox(std::unique_ptr<Box> child) {
@@ -56,11 +58,13 @@ void Box::DropLastChild() {
 }
 
 void Box::WriteBox() {
+  GatheredWrites gathered(*stream_);
   WriteBoxHeader();
   WriteExtensionBox();
   for (const auto& child : children_) {
     child->WriteBox();
   }
+  gathered.Finish();
 }
 
 void Box::UpdateBox() {

@@ -11,8 +11,8 @@ namespace qiro::k7m::impl {
 
 StszBox::StszBox(QiroK7MStream* stream, uint32_t maxSampleCount,
                  const QiroK7MAllocatorCallBacks* allocator)
-    : TableBox(stream, kType, sizeof(constant_) + sizeof(sampleCount_), kEntrySize,
-               maxSampleCount, allocator),
+    : TableBox(stream, kType, sizeof(constant_) + sizeof(sampleCount_), kEntrySize, maxSampleCount,
+               allocator),
       entries_(GetAllocator()),
       sizeBeforeStretch_(K7MAllocator<uint64_t>(allocator)) {
   ThrowIf(maxSampleCount > kMaxEntryCount, kQiroK7MErrorEntryCountTooLarge);

@@ -84,8 +84,9 @@ size_t TrackFragments::CountStartedBy(uint64_t time) const {
   if (isDisjoint_) {
     return ending + 1;
   }
-  const auto* const after = std::partition_point(entries_.begin() + ending + 1, entries_.end(),
-                                                 [&](const Entry& entry) { return !isLater(entry); });
+  const auto* const after =
+      std::partition_point(entries_.begin() + ending + 1, entries_.end(),
+                           [&](const Entry& entry) { return !isLater(entry); });
   return static_cast<size_t>(after - entries_.begin());
 }
 

@@ -73,8 +73,7 @@ class SampleTableCursor {
     }
   }
   void FindIfKey() {
-    isKey_ =
-        syncSamples_.HasMoreEntries() && syncSamples_->sampleNumber == times_->sampleNumber;
+    isKey_ = syncSamples_.HasMoreEntries() && syncSamples_->sampleNumber == times_->sampleNumber;
   }
   void EndTrack();
 

@@ -1,5 +1,7 @@
 #include "writer/fragment_builder.h"
 
+#include "base/gathering_stream.h"
+
 namespace qiro::k7m::impl {
 namespace {
 
@@ -85,6 +87,7 @@ uint64_t FragmentBuilder::Place(uint64_t offset, MdatBox& mdat, bool isMoofFirst
 }
 
 void FragmentBuilder::WriteBoxes(MdatBox& mdat, bool isMoofFirst) {
+  GatheredWrites gathered(*stream_);
   if (isMoofFirst) {
     moof_->WriteBox();
     mdat.WriteBox();
@@ -92,6 +95,7 @@ void FragmentBuilder::WriteBoxes(MdatBox& mdat, bool isMoofFirst) {
     mdat.WriteBox();
     moof_->WriteBox();
   }
+  gathered.Finish();
 }
 
 void FragmentBuilder::RememberFragment() {

@@ -42,9 +42,7 @@ Spans OneVeryLong() {
 
 Spans NoneLasts() { return InSequence(std::vector<uint64_t>(40, 0)); }
 
-Spans ToTheEndOfTime() {
-  return InSequence({5, 7, std::numeric_limits<uint64_t>::max() - 20, 3});
-}
+Spans ToTheEndOfTime() { return InSequence({5, 7, std::numeric_limits<uint64_t>::max() - 20, 3}); }
 
 /// Each start and end is at or behind the one before; there are gaps, common starts and common
 /// ends, and up to three of them in a 'moof'.

@@ -158,7 +158,7 @@ TEST(Create, AFailedWriteClosesWithoutThrowing) {
     inner.close(inner.clientData);
     return 815;
   };
-  memory.FailNth(Call::kWrite, 3, 4711);
+  memory.FailNth(Call::kWrite, 1, 4711);
   const QiroK7MDocInfo info = DocInfoOf(600);
   const QiroK7MAllocatorCallBacks allocator;
   EXPECT_EQ(CreateResult(&stream, &info, &allocator), 4711u);

@@ -120,8 +120,8 @@ TEST(HarmlessFailures, WhatAFailedBoxLeftBehindTheDocumentIsCutOff) {
   OpenedWriter writer;
   writer.AddTrack();
   const Bytes before = writer.File();
-  writer.Stream().FailNth(Call::kWrite, 4, kHarmless);
-  EXPECT_EQ(writer.TryAddFullBox("abcd", 0, 0, Pattern(50)), kHarmless);
+  writer.Stream().FailNth(Call::kWrite, 2, kHarmless);  // A long payload goes out by itself.
+  EXPECT_EQ(writer.TryAddFullBox("abcd", 0, 0, Pattern(5000)), kHarmless);
   EXPECT_EQ(writer.Stream().Length(), before.Size() + 12);
   EXPECT_EQ(writer.Finish(), before);
 }
@@ -144,12 +144,15 @@ TEST(HarmlessFailures, TheIndexOfAFragmentedDocumentIsNoRemains) {
 TEST(HarmlessFailures, AMovieBoxThatFailedToBeClosedIsWrittenLater) {
   QiroK7MDocInfo info = DocInfoOf(1000);
   info.isFragmented = 1;
-  for (const uint64_t n : {uint64_t{1}, uint64_t{5}, uint64_t{20}}) {
+  for (uint64_t n = 1;; ++n) {
     SCOPED_TRACE(n);
     OpenedWriter writer(info);
     writer.AddDescribedTrack();
     writer.Stream().FailNth(Call::kWrite, n, kHarmless);
-    EXPECT_EQ(writer.TryAddFullBox("abcd", 0, 0, Pattern(50)), kHarmless);
+    if (writer.TryAddFullBox("abcd", 0, 0, Pattern(50)) == 0) {
+      EXPECT_GT(n, 5u);
+      break;
+    }
     EXPECT_EQ(writer.TryAddFullBox("abcd", 0, 0, Pattern(50)), 0u);
     const Bytes file = writer.Finish();
     EXPECT_EQ(NumberIn(file, "moov/mvex/trex", 12), 1u);
@@ -189,7 +192,7 @@ TEST(HarmlessFailures, ATrackThatFailedIsNotThereAndCanBeAddedAgain) {
         writer.Stream().FailNth(Call::kWrite, n, kHarmless);
         const QiroK7MError result = writer.TryAddTrack({.mediaType = "soun"});
         if (!writer.Stream().FaultHit()) {
-          EXPECT_GT(n, 20u);
+          EXPECT_GT(n, 5u);
           break;
         }
         EXPECT_EQ(result, kHarmless);
@@ -212,7 +215,7 @@ TEST(HarmlessFailures, WhatATrackThatFailedLeftBehindTheMovieBoxIsCutOffWithIt) 
     writer.Add(track, 0);  // Closes the movie box, and only that is complete until the next flush.
     EXPECT_EQ(BehindMoov(writer.File()), Bytes().Fill(16) + NewSample{}.data) << n;
   }
-  EXPECT_GT(leftBehind, 10u);
+  EXPECT_GT(leftBehind, 2u);
 }
 
 TEST(HarmlessFailures, ADescriptionThatCouldNotBeWrittenIsWrittenLater) {
