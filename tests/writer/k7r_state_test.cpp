@@ -284,7 +284,7 @@ TEST(K7RState, CreationChecksItsArguments) {
   incomplete.truncate = nullptr;
   EXPECT_EQ(QiroK7RDocCreateNew(&incomplete, &info, &memory, &writer), 20u);
   EXPECT_EQ(stream.Count(Call::kAny), 0u);
-  stream.FailNth(Call::kWrite, 3, 4711);
+  stream.FailNth(Call::kWrite, 1, 4711);
   EXPECT_EQ(QiroK7RDocCreateNew(&record, &info, &memory, &writer), 4711u);
   EXPECT_FALSE(stream.IsOpen());
   EXPECT_EQ(writer, untouched);
