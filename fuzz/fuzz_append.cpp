@@ -70,11 +70,27 @@ void ExpectTaken(const Bytes& file, const Taken& taken) {
   }
 }
 
-/// Whether the last box that was kept reads bytes of what was cut off behind it: the entry counts
-/// of 'stts' and 'stsc' deliberately are read without a look at the box's end.
+/// Where the first movie box ends; the end of the file when there is none.
+size_t MovieEnd(const Bytes& file) {
+  constexpr size_t kHeaderSize = 8;
+  for (size_t begin = 0; begin + kHeaderSize <= file.Size();) {
+    const uint64_t size = file.NumberAt(begin);
+    if (size < kHeaderSize || size > file.Size() - begin) break;
+    begin += static_cast<size_t>(size);
+    if (file.NumberAt(begin - static_cast<size_t>(size) + 4) == k7mtest::Code("moov")) return begin;
+  }
+  return file.Size();
+}
+
+/// Whether the last box that was kept, or the last one of the movie, reads bytes of what was cut
+/// off behind it: the entry counts of 'stts' and 'stsc' deliberately are read without a look at the
+/// box's end.
 bool IsCutInsideACount(const Bytes& before, const Bytes& after) {
-  return after.Size() < before.Size() &&
-         OpenedReader(before.Slice(0, after.Size())).Result() == kQiroK7MErrorReadFailed;
+  const auto needsMore = [&before](size_t size) {
+    return size < before.Size() &&
+           OpenedReader(before.Slice(0, size)).Result() == kQiroK7MErrorReadFailed;
+  };
+  return needsMore(after.Size()) || needsMore(MovieEnd(before));
 }
 
 }  // namespace

@@ -299,6 +299,22 @@ TEST(K7RAppendForeign, FragmentsInFrontOfTheMovieBoxAreKeptWhateverTheLimitIs) {
   EXPECT_EQ(TimeStamps(Drain(iterator, false)), (std::vector<uint64_t>{0, 40, 100, 700, 740}));
 }
 
+// So is that of a table of durations. Where the bytes behind it were 0, and the begin of a new
+// fragment takes their place, the movie box cannot be read any more.
+TEST(K7RAppendForeign, ACountThatReachesIntoWhatIsCutOffIsReadFromTheNewFragment) {
+  Bytes file = Record(0).file;
+  const size_t moov = PlaceOf(file, "moov").offset;
+  const Bytes table = LyingFullBox("stts", 12, 0, 0);
+  file = file.Slice(0, PlaceOf(file, "moov").offset + PlaceOf(file, "moov").size);
+  file.Patch(moov, file.Size() - moov + table.Size());
+  file.Append(table).Fill(8);
+  EXPECT_EQ(OpenResult(file), 0u);
+  OpenedK7RWriter writer(file);
+  ASSERT_EQ(writer.Result(), 0u);
+  AddFragment(writer, writer.DescribedTracks(), 1);
+  EXPECT_EQ(OpenResult(writer.Finish()), kQiroK7MErrorBoxTruncated);
+}
+
 // The entry count of a chunk map deliberately is read without a look at the box's end, so that one
 // without room for it is kept but needs a byte of what is cut off.
 TEST(K7RAppendForeign, ACountThatReachesIntoWhatIsCutOffIsReadAgainBehindANewFragment) {
