@@ -104,6 +104,28 @@ TEST(HarmlessFailures, AFlushThatFailedCanBeMadeAgain) {
   }
 }
 
+// The second flush writes the movie box as a whole.
+TEST(HarmlessFailures, AFlushThatFailedTwiceCanBeMadeAgain) {
+  constexpr size_t kCount = 7;
+  const Bytes expected = Unharmed();
+  uint64_t pairs = 0;
+  for (uint64_t first = 1; first <= 6; ++first) {
+    for (uint64_t second = 1;; ++second) {
+      Session session;
+      for (size_t i = 0; i < kCount; ++i) ASSERT_EQ(session.Add(i), 0u);
+      session.writer.Stream().FailNth(Call::kWrite, first, kHarmless);
+      ASSERT_EQ(QiroK7MWriterFlush(session.writer.Handle()), kHarmless);
+      session.writer.Stream().FailNth(Call::kWrite, second, kHarmless);
+      if (QiroK7MWriterFlush(session.writer.Handle()) == 0) break;
+      ++pairs;
+      for (size_t i = kCount; i < kSampleCount; ++i) ASSERT_EQ(session.Add(i), 0u);
+      ExpectSameSamples(session.writer.Finish(), expected);
+      ASSERT_FALSE(HasFailure()) << first << ", " << second;
+    }
+  }
+  EXPECT_GT(pairs, 30u);
+}
+
 TEST(HarmlessFailures, AFailedSampleUsesUpNoRoom) {
   OpenedWriter writer;
   QiroK7MTrack* track = writer.AddDescribedTrack({.maxSampleCount = 2});
