@@ -118,8 +118,8 @@ void Writer::RewriteMoov() {
   // Ends every open chunk; what lies in the tables already stays as it is.
   const bool wasStale = std::exchange(moovIsStale_, true);
   if (wasStale) {
-    // By themselves: of what is written together nothing arrives when it fails, and an entry that was
-    // added to a table is not written again.
+    // By themselves: of what is written together nothing arrives when it fails, and an entry that
+    // was added to a table is not written again.
     for (const TrakBox* trak : moov_->GetTracks()) {
       trak->GetStblBox()->UpdateExtensionBox();
     }
