@@ -76,8 +76,9 @@ size_t MovieEnd(const Bytes& file) {
   for (size_t begin = 0; begin + kHeaderSize <= file.Size();) {
     const uint64_t size = file.NumberAt(begin);
     if (size < kHeaderSize || size > file.Size() - begin) break;
-    begin += static_cast<size_t>(size);
-    if (file.NumberAt(begin - static_cast<size_t>(size) + 4) == k7mtest::Code("moov")) return begin;
+    const size_t end = begin + static_cast<size_t>(size);
+    if (file.NumberAt(begin + 4) == k7mtest::Code("moov")) return end;
+    begin = end;
   }
   return file.Size();
 }
