@@ -90,9 +90,9 @@ K7M_API QiroK7MError QiroK7RDocCreateNew(const QiroK7MIOStreamCallBacks* callBac
 ///         #kQiroK7MErrorAppendNoEditList for a track without one; #kQiroK7MErrorInvalidTrackId
 ///         when the tracks are not numbered 1, 2, 3 and so on in their order;
 ///         #kQiroK7MErrorMoovOffsetMismatch for a second movie box; #kQiroK7MErrorStdException when
-///         the last 'mdat' has no size and is longer than 32 bits can tell; the codes of parsing
-///         (see QiroK7MDocOpenForRead()); #kQiroK7MErrorOutOfMemory; or what a stream callback
-///         returned
+///         the last 'mdat' or the movie box has no size and is longer than 32 bits can tell; the
+///         codes of parsing (see QiroK7MDocOpenForRead()); #kQiroK7MErrorOutOfMemory; or what a
+///         stream callback returned
 K7M_API QiroK7MError QiroK7RDocOpenForAppend(const QiroK7MIOStreamCallBacks* callBacks,
                                              const void* reserved,
                                              const QiroK7MAllocatorCallBacks* allocator,

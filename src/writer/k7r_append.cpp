@@ -90,10 +90,10 @@ void Writer::ResumeTimelines(const ResumePoint& point) {
 }
 
 void Writer::CutBehind(const ResumePoint& point) {
-  if (point.openMdat != nullptr) {
+  if (point.openBox != nullptr) {
     // What is appended must not belong to it.
-    stream_.Get()->SeekTo(point.openMdat->GetBeginOffset());
-    stream_.Get()->WriteDWORD(static_cast<uint32_t>(point.openMdat->GetTotalSize()));
+    stream_.Get()->SeekTo(point.openBox->GetBeginOffset());
+    stream_.Get()->WriteDWORD(static_cast<uint32_t>(point.openBox->GetTotalSize()));
   }
   writeOffset_ = point.writeOffset;
   stream_.Get()->Truncate(writeOffset_);

@@ -42,6 +42,7 @@ class ResumeWalk {
       : root_(root), stream_(stream), keepLimit_(keepLimit) {
     point_.writeOffset = root.GetEndOffset();
     point_.trackEnds.resize(trackCount);
+    NoteOpen(*root.Children().back());
     // Those in front of the movie box stay whatever the limit is.
     for (const auto& box : root.Children()) {
       if (box->GetBoxType() == MoofBox::kType) {
@@ -110,11 +111,14 @@ class ResumeWalk {
     point_.writeOffset = mdat.GetEndOffset();
     point_.lastAfraOffset = afraOffset_;
     NoteMoof(*moof_);
-    if (mdat.GetBoxHeader().IsBoxTillFileEnd()) {
-      ThrowIf(mdat.GetTotalSize() > 0xFFFFFFFF, kQiroK7MErrorStdException);
-      point_.openMdat = &mdat;
-    }
+    NoteOpen(mdat);
     return Enter(State::kBetweenFragments);
+  }
+  void NoteOpen(const Box& box) {
+    if (box.GetBoxHeader().IsBoxTillFileEnd()) {
+      ThrowIf(box.GetTotalSize() > 0xFFFFFFFF, kQiroK7MErrorStdException);
+      point_.openBox = &box;
+    }
   }
   void NoteMoof(const MoofBox& moof) {
     point_.fragmentNumber = moof.GetSequenceNumber();

@@ -50,16 +50,19 @@ TEST(K7RAppendLimits, BehindTheLargestFragmentNumberComesZero) {
   ExpectFragmentsReadBack(file, {0, 1, 2});
 }
 
-/// A file whose last box is an 'mdat' that runs to its end and is `size` long; most of it is a
-/// hole.
-class FileWithOpenMdat {
+/// A recording that ends with its only box of a type; this runs to the end of the file and is
+/// `size` long, most of it a hole.
+class FileWithOpenBox {
  public:
-  explicit FileWithOpenMdat(uint64_t size) {
-    const Recording recording = Record(1);
-    mdatOffset_ = PlaceOf(recording.file, "mdat").offset;
-    stream_.Put(0, Cut(recording.file, mdatOffset_) + TillEndBox("mdat", Pattern(100)));
-    stream_.SetLength(mdatOffset_ + size);
+  FileWithOpenBox(const char* type, uint32_t fragments, uint64_t size) {
+    Bytes file = Record(fragments).file;
+    boxOffset_ = PlaceOf(file, type).offset;
+    file.Patch(boxOffset_, 0);
+    stream_.Put(0, file);
+    stream_.SetLength(boxOffset_ + size);
   }
+  static FileWithOpenBox Mdat(uint64_t size) { return {"mdat", 1, size}; }
+  static FileWithOpenBox Moov(uint64_t size) { return {"moov", 0, size}; }
 
   /// Gives the code of opening it; the last fragment is started when that goes well.
   QiroK7MError Continue() {
@@ -77,31 +80,35 @@ class FileWithOpenMdat {
     return result;
   }
   MemoryStream& Stream() { return stream_; }
-  uint64_t MdatOffset() const { return mdatOffset_; }
+  uint64_t BoxOffset() const { return boxOffset_; }
   uint64_t NextFragment() const { return next_; }
 
  private:
   MemoryStream stream_;
-  uint64_t mdatOffset_ = 0;
+  uint64_t boxOffset_ = 0;
   uint64_t next_ = 0;
 };
 
-TEST(K7RAppendLimits, AnMdatToTheEndOfTheFileGetsTheLargestSizeThatFits) {
-  FileWithOpenMdat file(0xFFFFFFFF);
-  ASSERT_EQ(file.Continue(), 0u);
-  EXPECT_EQ(file.Stream().Content(file.MdatOffset(), 4).NumberAt(0), 0xFFFFFFFFu);
-  EXPECT_EQ(file.NextFragment(), file.MdatOffset() + 0xFFFFFFFF);
+TEST(K7RAppendLimits, ABoxToTheEndOfTheFileGetsTheLargestSizeThatFits) {
+  for (const auto open : {FileWithOpenBox::Mdat, FileWithOpenBox::Moov}) {
+    FileWithOpenBox file = open(0xFFFFFFFF);
+    ASSERT_EQ(file.Continue(), 0u);
+    EXPECT_EQ(file.Stream().Content(file.BoxOffset(), 4).NumberAt(0), 0xFFFFFFFFu);
+    EXPECT_EQ(file.NextFragment(), file.BoxOffset() + 0xFFFFFFFF);
+  }
 }
 
 TEST(K7RAppendLimits, OneThatIsLongerIs19AndNothingIsChanged) {
-  for (const uint64_t size : {uint64_t{0x100000000}, uint64_t{5} << 30, uint64_t{1} << 50}) {
-    FileWithOpenMdat file(size);
-    const uint64_t length = file.Stream().Length();
-    EXPECT_EQ(file.Continue(), 19u);
-    EXPECT_EQ(file.Stream().Length(), length);
-    EXPECT_EQ(file.Stream().Count(Call::kWrite), 0u);
-    EXPECT_EQ(file.Stream().Count(Call::kTruncate), 0u);
-    EXPECT_FALSE(file.Stream().IsOpen());
+  for (const auto open : {FileWithOpenBox::Mdat, FileWithOpenBox::Moov}) {
+    for (const uint64_t size : {uint64_t{0x100000000}, uint64_t{5} << 30, uint64_t{1} << 50}) {
+      FileWithOpenBox file = open(size);
+      const uint64_t length = file.Stream().Length();
+      EXPECT_EQ(file.Continue(), 19u);
+      EXPECT_EQ(file.Stream().Length(), length);
+      EXPECT_EQ(file.Stream().Count(Call::kWrite), 0u);
+      EXPECT_EQ(file.Stream().Count(Call::kTruncate), 0u);
+      EXPECT_FALSE(file.Stream().IsOpen());
+    }
   }
 }
 

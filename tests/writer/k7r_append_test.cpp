@@ -167,6 +167,26 @@ TEST(K7RAppend, AnMdatThatRunsToTheEndOfTheFileGetsItsSize) {
   ExpectFragmentsReadBack(file, {0, 1});
 }
 
+// Such a file ends with its movie box, in which the last box may do the same.
+TEST(K7RAppend, AMovieBoxThatRunsToTheEndOfTheFileGetsItsSize) {
+  for (const Bytes& last : {Bytes(), TillEndBox("free", Pattern(5))}) {
+    Bytes file = Record(0).file;
+    const BoxPlace moov = PlaceOf(file, "moov");
+    ASSERT_EQ(moov.offset + moov.size, file.Size());
+    file.Append(last);
+    file.Patch(moov.offset, 0);
+    OpenedK7RWriter writer(file);
+    ASSERT_EQ(writer.Result(), 0u);
+    Bytes sized = file;
+    sized.Patch(moov.offset, moov.size + last.Size());
+    EXPECT_EQ(writer.File(), sized);
+    AddFragment(writer, writer.DescribedTracks(), 1);
+    const Bytes continued = writer.Finish();
+    EXPECT_EQ(NumberIn(continued, "moov", 0), moov.size + last.Size());
+    ExpectFragmentsReadBack(continued, {1});
+  }
+}
+
 TEST(K7RAppend, WholeBoxesThatAreMalformedGiveTheirCodeAndNothingIsChanged) {
   const Recording recording = Record(1);
   const Bytes afra = FindBox(recording.file, "afra");
