@@ -315,6 +315,13 @@ TEST(K7RAppendForeign, ACountThatReachesIntoWhatIsCutOffIsReadFromTheNewFragment
   EXPECT_EQ(OpenResult(writer.Finish()), kQiroK7MErrorBoxTruncated);
 }
 
+/// Of asking how many samples the first track has, for which all fragments are read.
+QiroK7MError ResultOfCounting(const Bytes& file) {
+  OpenedReader reader(file);
+  uint32_t count = 0;
+  return QiroK7MTrackGetSampleCount(reader.TrackAt(0), &count);
+}
+
 // The entry count of a chunk map deliberately is read without a look at the box's end, so that one
 // without room for it is kept but needs a byte of what is cut off.
 TEST(K7RAppendForeign, ACountThatReachesIntoWhatIsCutOffIsReadAgainBehindANewFragment) {
@@ -323,10 +330,26 @@ TEST(K7RAppendForeign, ACountThatReachesIntoWhatIsCutOffIsReadAgainBehindANewFra
   OpenedK7RWriter writer(original + Bytes{0});
   ASSERT_EQ(writer.Result(), 0u);
   EXPECT_EQ(writer.File(), original);
-  OpenedReader reader(original);
-  QiroK7MTrack* video = reader.TrackAt(0);
-  uint32_t count = 0;
-  EXPECT_EQ(QiroK7MTrackGetSampleCount(video, &count), kQiroK7MErrorReadFailed);
+  EXPECT_EQ(ResultOfCounting(original), kQiroK7MErrorReadFailed);
+  AddFragment(writer, writer.DescribedTracks(), 1);
+  ExpectFragmentsReadBack(writer.Finish(), {0, 1});
+}
+
+// A description may end behind its list, which then ends there, but not behind the file.
+TEST(K7RAppendForeign, ADescriptionThatEndsInWhatIsCutOffIsReadAgainBehindANewFragment) {
+  const Bytes file = Record(1).file;
+  Bytes media = FindBox(file, "moov/trak/mdia");
+  const size_t stsd = PlaceOf(media, "mdia/minf/stbl/stsd").offset;
+  const size_t second = stsd + 16 + static_cast<size_t>(media.NumberAt(stsd + 16));
+  media.Patch(stsd + 12, 2);
+  media.Patch(second, media.Size() + 50 - second);
+  const Bytes original = file + media;
+  const Bytes rest = Box("mdat", Pattern(100));
+  EXPECT_EQ(ResultOfCounting(original), kQiroK7MErrorBoxTruncated);
+  EXPECT_EQ(ResultOfCounting(original + rest), 0u);
+  OpenedK7RWriter writer(original + rest);
+  ASSERT_EQ(writer.Result(), 0u);
+  EXPECT_EQ(writer.File(), original);
   AddFragment(writer, writer.DescribedTracks(), 1);
   ExpectFragmentsReadBack(writer.Finish(), {0, 1});
 }

@@ -58,12 +58,14 @@ class ModelTrack {
   uint64_t DefaultDuration() const;
   /// The edit list at a flush.
   std::vector<Elst::Entry> Edits() const;
-  /// What the reader delivers with edits: samples and gaps, the gaps with flag 2. Only when every
-  /// time is a whole number in movie scale, or there is no gap.
+  /// What the reader delivers with edits: samples and gaps, the gaps with flag 2. The reader passes
+  /// over a gap without length at the begin and over samples without duration at either end of an
+  /// edit.
   std::vector<ModelSample> Presented() const;
-  bool IsExact() const {
-    return (gapCount_ == 0 && !InGap()) || movieScale_ % track_.timeScale == 0;
-  }
+  /// Whether Presented() is right: every time is a whole number in movie scale, or there is no gap;
+  /// the edit list holds its times, and a query reaches them; and no gap comes late and before any
+  /// sample, where the edit in front of it shows media from behind it.
+  bool IsExact() const;
 
  private:
   struct Stretch {
@@ -73,6 +75,8 @@ class ModelTrack {
   };
 
   uint64_t ToMovie(uint64_t time) const;
+  /// Whether a sample of this stretch has no duration and stands at one of its ends.
+  bool IsPassedOver(size_t sample, const Stretch& stretch) const;
 
   NewTrack track_;
   uint32_t movieScale_;
@@ -81,9 +85,13 @@ class ModelTrack {
   std::vector<Stretch> stretches_ = {{}};
   std::optional<uint64_t> last_;
   std::optional<uint64_t> gapStart_;
+  bool hasLateFirstGap_ = false;
   uint64_t removed_ = 0;
   size_t gapCount_ = 0;
 };
+
+/// Compares what the reader delivers with the edit lists with the model, where the times are exact.
+void ExpectPresented(const OpenedReader& reader, QiroK7MTrack* track, const ModelTrack& model);
 
 /// Opens the file and compares every track with its model.
 void ExpectFileHolds(const Bytes& file, const std::vector<ModelTrack>& tracks);
