@@ -2,6 +2,8 @@
 // is then still good for. What is promised for which kind of file stands in docs/TESTING.md.
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "interrupted_session.h"
 #include "k7r_recording.h"
 
@@ -351,6 +353,70 @@ TEST(InterruptedK7RFile, OutOfOrderLosesNoFragmentEither) {
     ExpectContinued(file, fragments, session.starts[fragments - 1]);
     if (HasFailure()) return;
   }
+}
+
+/// A recording of two fragments, and the changes that write the second. Its movie fragment, with so
+/// many samples in the first track, goes out in two of them, the media in a third.
+K7RSession WriteLargeFragment(uint64_t sampleCount) {
+  K7RSession session;
+  OpenedK7RWriter writer;
+  QiroK7MTrack* video = writer.AddDescribedTrack();
+  QiroK7MTrack* audio = writer.AddDescribedTrack({.mediaType = "soun"});
+  QiroK7MTrack* hint = writer.AddDescribedHintTrack({video}, Recording::kTimeOrigin);
+  session.starts.push_back(writer.StartFragment());
+  AddFragment(writer, {video, audio, hint}, 0);
+  writer.Flush();
+  session.begin = writer.File();
+  session.starts.push_back(writer.StartFragment());
+  writer.Stream().StartJournal();
+  for (uint64_t i = 0; i < sampleCount; ++i) {
+    writer.Add(video, Recording::kTimeOrigin + 500 + i);
+  }
+  writer.Add(audio, {.time = Recording::kTimeOrigin + 500, .data = Pattern(5000)});
+  writer.Flush();
+  session.changes = writer.Stream().Journal();
+  std::erase_if(session.changes, [&](const StreamChange& change) {
+    const bool isFieldOfAfra = change.bytes.Size() <= 4;
+    return change.offset < session.starts[1] || isFieldOfAfra;
+  });
+  return session;
+}
+
+/// Every choice of some of the changes.
+std::vector<Interruption> EveryChoice(const Session& session) {
+  std::vector<Interruption> all(size_t{1} << session.changes.size());
+  for (size_t choice = 0; choice < all.size(); ++choice) {
+    for (size_t i = 0; i < session.changes.size(); ++i) {
+      if ((choice >> i & 1) != 0) all[choice].later.push_back(i);
+    }
+  }
+  return all;
+}
+
+/// What the codes were where continuing such a file was refused.
+std::set<QiroK7MError> CodesOfContinuing(const K7RSession& session) {
+  std::set<QiroK7MError> codes;
+  for (const Interruption& interruption : EveryChoice(session)) {
+    const Bytes file = FileAfter(session, interruption);
+    ExpectRead(file, 1, false);
+    ExpectContinued(file, 1, session.starts[0]);
+    OpenedK7RWriter writer(file);
+    codes.insert(writer.Result());
+    if (writer.Result() != 0) {
+      EXPECT_EQ(writer.File(), file);
+    }
+  }
+  return codes;
+}
+
+// Where the first write ends within the second track's boxes, these may lack what the next one
+// holds.
+TEST(InterruptedK7RFile, ALargeFragmentThatArrivedInPartIsCutOffOrRefused) {
+  std::set<QiroK7MError> codes;
+  for (uint64_t samples = 240; samples < 256 && !HasFailure(); ++samples) {
+    codes.merge(CodesOfContinuing(WriteLargeFragment(samples)));
+  }
+  EXPECT_EQ(codes, (std::set<QiroK7MError>{0, 14, 25}));
 }
 
 }  // namespace
