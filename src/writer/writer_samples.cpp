@@ -141,6 +141,9 @@ void Writer::FlushWriter() {
       mdat_->WriteBox();
     } else if (fragments_->IsOpen()) {
       WriteFragment();
+    } else {
+      // Its first sample could not be stored. Something else may take its place.
+      mdat_.reset();
     }
   } else if (hasFailed_ && moovIsStale_ && !appendMode_) {
     // A call that failed and left the writer good may have left the movie box half written.

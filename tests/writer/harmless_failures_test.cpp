@@ -163,6 +163,36 @@ TEST(HarmlessFailures, TheIndexOfAFragmentedDocumentIsNoRemains) {
   EXPECT_EQ(NumberIn(file, "mfra/mfro", 12), file.Size() - size);
 }
 
+/// A sample behind an extra box; `attempt` comes first.
+Bytes BoxAndSample(const std::function<void(OpenedWriter&, QiroK7MTrack*)>& attempt) {
+  OpenedWriter writer(FragmentedInfo());
+  QiroK7MTrack* track = writer.AddDescribedTrack();
+  attempt(writer, track);
+  EXPECT_EQ(writer.TryAddFullBox("abcd", 0, 0, Pattern(5)), 0u);
+  writer.Add(track, 10);
+  return writer.Finish();
+}
+
+// Media begins where it is written, not where the sample that failed would have begun.
+TEST(HarmlessFailures, ABoxTakesThePlaceOfTheMediaThatCouldNotBeStored) {
+  const Bytes expected = BoxAndSample([](auto&, auto*) {});
+  for (uint64_t n = 1;; ++n) {
+    SCOPED_TRACE(n);
+    bool wasHit = false;
+    const Bytes file = BoxAndSample([&](OpenedWriter& writer, QiroK7MTrack* track) {
+      writer.Stream().FailNth(Call::kWrite, n, kHarmless);
+      wasHit = writer.TryAdd(track, {.time = 10}) == kHarmless;
+      writer.Stream().FailNth(Call::kWrite, 0, 0);  // No further fault.
+    });
+    if (!wasHit) {
+      EXPECT_EQ(n, 6u);
+      break;
+    }
+    EXPECT_EQ(file, expected);
+    if (HasFailure()) return;
+  }
+}
+
 TEST(HarmlessFailures, AMovieBoxThatFailedToBeClosedIsWrittenLater) {
   QiroK7MDocInfo info = DocInfoOf(1000);
   info.isFragmented = 1;
