@@ -266,7 +266,9 @@ void WriterSession::ExpectHeld(const OpenedReader& reader, QiroK7MTrack* track,
     EXPECT_EQ(info.compositionOffset, taken[i].compositionOffset);
     EXPECT_EQ(found[i].descriptor, descriptors.at(taken[i].description - 1));
     // A sample that failed may have ended a gap.
-    if (!faultIsOrdered_) EXPECT_EQ(info.timeStamp, taken[i].stored - taken[0].stored);
+    if (!faultIsOrdered_) {
+      EXPECT_EQ(info.timeStamp, taken[i].stored - taken[0].stored);
+    }
     if (kind_ == DocumentKind::kPlain) {
       EXPECT_EQ(info.flags & kQiroK7MSampleDependencyMask,
                 taken[i].flags & kQiroK7MSampleDependencyMask);

@@ -37,6 +37,13 @@ void CheckTopLevel(const VerifiedBox* first, Findings* findings);
 void CheckTables(Verification* all);
 /// Durations and edit lists, once the tables are known.
 void CheckTimes(Verification* all);
+/// What a track's edit list adds to the times of its samples, in seconds: the empty edits together,
+/// and the first media that it shows, as a negative number.
+struct EditShift {
+  double empty = 0;
+  double skipped = 0;
+};
+EditShift ShiftOf(const VerifiedTrack& track, const Verification& all);
 /// All boxes of the top level but the movie box: fragments, and the tables that point at them.
 void CheckFragments(Verification* all);
 /// Where the samples of all tracks lie, once all of them are known.

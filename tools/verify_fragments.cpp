@@ -86,6 +86,7 @@ void CheckFragments(Verification* all) {
     box->firstChild = nullptr;
   }
   order.Finish();
+  reading.Finish();
   seekEntries.Finish();
 }
 

@@ -26,6 +26,7 @@ class SeekEntries {
 
  private:
   struct Entry {
+    uint64_t time = 0;
     uint64_t moofOffset = 0;
     uint32_t traf = 0;
     uint32_t trun = 0;
@@ -39,15 +40,20 @@ class SeekEntries {
   void CheckSize(const VerifiedBox& mfra);
   void CompareOne(const Entry& entry, const std::vector<VerifiedRun>& runs);
   void PointsAtNothing(const Entry& entry);
+  // Whether its time lies within the run that it points at.
+  void CheckTime(const Entry& entry, const VerifiedRun& run);
   // Null when there is no such sample.
   static const VerifiedRun* Find(const std::vector<VerifiedRun>& runs, uint32_t traf, uint32_t trun,
                                  uint32_t sample);
-  bool IsKeyAt(const std::vector<VerifiedRun>& runs, uint32_t traf, uint32_t trun, uint32_t sample);
+  // Null as well when it is no key sample.
+  const VerifiedRun* FindKey(const std::vector<VerifiedRun>& runs, uint32_t traf, uint32_t trun,
+                             uint32_t sample);
 
   Verification& all_;
   std::vector<Entry> entries_;
   size_t next_ = 0;
   std::unordered_map<uint32_t, uint32_t> trafOfTrack_;  // The first one in the fragment.
+  std::unordered_map<uint32_t, EditShift> shifts_;      // By track ID; made when it is needed.
 };
 
 /// The local entries of an 'afra' against the fragment behind it.

@@ -18,6 +18,7 @@ struct VerifiedRun {
   uint32_t trackId = 0;
   uint64_t begin = 0;  ///< Of the data, in the file.
   uint64_t size = 0;   ///< Of the data.
+  uint64_t time = 0;   ///< Of the first sample, in track time scale.
   uint64_t duration = 0;
   uint64_t count = 0;
   uint32_t flags = 0;    ///< Of the box: which fields the records have.
@@ -38,6 +39,8 @@ class FragmentReading {
 
   /// The runs of a 'moof', whose children are known, in file order. Says what is wrong with them.
   std::vector<VerifiedRun> Read(const VerifiedBox& moof);
+  /// Compares the duration that the movie box tells with the fragments, behind the last one.
+  void Finish();
 
  private:
   struct Fragment {
@@ -54,7 +57,7 @@ class FragmentReading {
   void MeasureRun(VerifiedRun* run);
   void CheckSequence(const VerifiedBox* mfhd);
   void CheckDescription(const VerifiedBox& tfhd, uint32_t description, const VerifiedTrack& track);
-  void Place(const VerifiedRun& run, uint32_t trackIndex);
+  void Place(VerifiedRun* run, uint32_t trackIndex);
 
   Verification& all_;
   uint32_t lastSequence_ = 0;

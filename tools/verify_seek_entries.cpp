@@ -3,6 +3,7 @@
 
 #include "text_format.h"
 #include "verify_index.h"
+#include "verify_tables.h"
 
 namespace qiro::k7m::tool {
 namespace {
@@ -15,8 +16,13 @@ constexpr Rule kNumbers = {Severity::kInfo, "tfra-numbers",
                            "players that go by track and time find it, those that count do not"};
 constexpr Rule kNoKey = {Severity::kWarning, "tfra-key",
                          "the picture is broken after seeking until the next key sample"};
+constexpr Rule kTime = {Severity::kWarning, "tfra-time",
+                        "players that seek by the table go to another time"};
 constexpr Rule kSize = {Severity::kWarning, "mfro-size",
                         "players that look from the end of the file do not find the table"};
+
+// Writers give the time of decoding or of showing, with the gaps before it or without.
+constexpr double kTolerance = 1;
 
 }  // namespace
 
@@ -51,6 +57,7 @@ void SeekEntries::AddTable(const VerifiedBox& tfra) {
   for (uint64_t i = 0; i < table.count; ++i) {
     Entry entry{.trackId = trackId, .place = table.Place(i), .tfra = &tfra};
     uint64_t place = entry.place + timeWidth;
+    entry.time = all_.file.At(entry.place, timeWidth);
     entry.moofOffset = all_.file.At(place, timeWidth);
     place += timeWidth;
     entry.traf = static_cast<uint32_t>(all_.file.At(place, trafWidth));
@@ -105,10 +112,28 @@ const VerifiedRun* SeekEntries::Find(const std::vector<VerifiedRun>& runs, uint3
   return isThere ? &*run : nullptr;
 }
 
-bool SeekEntries::IsKeyAt(const std::vector<VerifiedRun>& runs, uint32_t traf, uint32_t trun,
-                          uint32_t sample) {
+const VerifiedRun* SeekEntries::FindKey(const std::vector<VerifiedRun>& runs, uint32_t traf,
+                                        uint32_t trun, uint32_t sample) {
   const VerifiedRun* const run = Find(runs, traf, trun, sample);
-  return run != nullptr && IsKey(*run, sample - 1, &all_.file);
+  return run != nullptr && IsKey(*run, sample - 1, &all_.file) ? run : nullptr;
+}
+
+void SeekEntries::CheckTime(const Entry& entry, const VerifiedRun& run) {
+  const size_t index = all_.movie.trackOfId.at(run.trackId);
+  const VerifiedTrack& track = all_.movie.tracks[index];
+  if (track.timeScale == 0) return;
+  const auto [place, isNew] = shifts_.try_emplace(run.trackId);
+  if (isNew) place->second = ShiftOf(track, all_);
+  const EditShift& shift = place->second;
+  const double scale = track.timeScale;
+  const double told = static_cast<double>(entry.time) / scale;
+  const double begin = static_cast<double>(run.time) / scale;
+  const double end = static_cast<double>(SumOf(run.time, run.duration)) / scale;
+  if (told > begin + shift.skipped - kTolerance && told < end + shift.empty + kTolerance) return;
+  all_.findings.Add(kTime, entry.tfra, entry.place, [&] {
+    return "an entry for " + NumberText(told) + " s points at samples of " + NumberText(begin) +
+           " to " + NumberText(end) + " s";
+  });
 }
 
 void SeekEntries::CompareOne(const Entry& entry, const std::vector<VerifiedRun>& runs) {
@@ -120,11 +145,17 @@ void SeekEntries::CompareOne(const Entry& entry, const std::vector<VerifiedRun>&
   const auto traf = trafOfTrack_.find(entry.trackId);
   const bool isOfTrack = traf != trafOfTrack_.end();
   const bool isExact = isOfTrack && traf->second == entry.traf;
-  if (isExact && IsKeyAt(runs, entry.traf, entry.trun, entry.sample)) return;
+  const VerifiedRun* run = nullptr;
+  if (isExact) run = FindKey(runs, entry.traf, entry.trun, entry.sample);
+  if (run != nullptr) return CheckTime(entry, *run);
   // Writers differ in what they count: some take the number of the track or always 1 for that of
   // the track fragment, some count the run that is still to come.
-  if (isOfTrack && (IsKeyAt(runs, traf->second, entry.trun, entry.sample) ||
-                    IsKeyAt(runs, traf->second, entry.trun - 1, entry.sample))) {
+  if (isOfTrack) {
+    run = FindKey(runs, traf->second, entry.trun, entry.sample);
+    if (run == nullptr) run = FindKey(runs, traf->second, entry.trun - 1, entry.sample);
+  }
+  if (run != nullptr) {
+    CheckTime(entry, *run);
     all_.findings.Add(kNumbers, entry.tfra, entry.place, [&] {
       return name() + " is not the key sample of track ID " + std::to_string(entry.trackId) +
              " that is meant";

@@ -113,6 +113,24 @@ class TrackTimes {
 
 }  // namespace
 
+EditShift ShiftOf(const VerifiedTrack& track, const Verification& all) {
+  EditShift shift;
+  const unsigned width = track.edits.stride == 20 ? 8 : 4;
+  bool hasShown = false;
+  for (uint64_t i = 0; i < track.edits.count; ++i) {
+    const uint64_t place = track.edits.Place(i);
+    const uint64_t mediaTime = all.file.At(place + width, width);
+    const bool isEmpty = mediaTime >> (8 * width - 1) != 0;
+    if (isEmpty) {
+      shift.empty += InSeconds(all.file.At(place, width), all.movie.timeScale);
+    } else if (!hasShown) {
+      shift.skipped = -InSeconds(mediaTime, track.timeScale);
+      hasShown = true;
+    }
+  }
+  return shift;
+}
+
 void CheckTimes(Verification* all) {
   const VerifiedMovie& movie = all->movie;
   uint64_t longest = 0;

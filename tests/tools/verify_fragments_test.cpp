@@ -54,9 +54,10 @@ Bytes WithDataOffset(int32_t shift) {
 
 // An 'mfra' with one entry, in a table with numbers of one byte.
 Bytes Mfra(uint32_t track, uint64_t moof, uint8_t traf, uint8_t trun, uint8_t sample,
-           uint32_t sizeError = 0) {
-  const Bytes tfra = FullBox(
-      "tfra", 1, 0, Bytes().U32(track).U32(0).U32(1).U64(0).U64(moof).U8(traf).U8(trun).U8(sample));
+           uint32_t sizeError = 0, uint64_t time = 0) {
+  const Bytes tfra =
+      FullBox("tfra", 1, 0,
+              Bytes().U32(track).U32(0).U32(1).U64(time).U64(moof).U8(traf).U8(trun).U8(sample));
   const auto size = static_cast<uint32_t>(8 + tfra.Size() + 16);
   return Box("mfra", tfra, FullBox("mfro", 0, 0, Bytes().U32(size + sizeError)));
 }
@@ -70,6 +71,25 @@ Bytes WithSeekEntry(size_t fragment, uint8_t traf, uint8_t trun, uint8_t sample,
   for (size_t i = 0; i < 2 * fragment; ++i) offset += fragments.NumberAt(offset);
   const uint64_t target = head.Size() + offset + static_cast<uint64_t>(shift);
   return head + fragments + Mfra(track, target, traf, trun, sample);
+}
+
+// The first fragment, of 80 ms, and an entry for it with this time. `edits` go into the track.
+Bytes WithSeekTime(uint64_t time, const std::vector<Elst::Entry>& edits = {}) {
+  const Bytes head = Head([&](Movie& movie) {
+    if (!edits.empty()) movie.tracks[0].edits = edits;
+  });
+  return head + Numbered(SmallFragments()) + Mfra(1, head.Size(), 1, 1, 1, 0, time);
+}
+
+// The fragments end at 200 ms.
+Bytes WithDuration(uint32_t milliseconds, const std::vector<Elst::Entry>& edits = {}) {
+  const Bytes head = Head([&](Movie& movie) {
+    const Bytes mehd = FullBox("mehd", 0, 0, Bytes().U32(milliseconds));
+    movie.moreInMoov = Box("mvex", mehd, FullBox("trex", 0, 0, Trex{.trackId = 1}),
+                           FullBox("trex", 0, 0, Trex{.trackId = 2}));
+    if (!edits.empty()) movie.tracks[0].edits = edits;
+  });
+  return head + Numbered(SmallFragments());
 }
 
 Bytes Sidx(uint32_t firstOffset, const std::vector<uint32_t>& sizes) {
@@ -148,6 +168,12 @@ const BrokenFile kBrokenFragments[] = {
     {"tfra-sample", "mfra/tfra", 1, [] { return WithSeekEntry(0, 1, 1, 9); }},
     {"tfra-sample", "mfra/tfra", 1, [] { return WithSeekEntry(0, 1, 1, 1, 5); }},
     {"tfra-key", "mfra/tfra", 3, [] { return WithSeekEntry(1, 1, 1, 1); }},
+    {"tfra-time", "mfra/tfra", 3, [] { return WithSeekTime(1100); }},
+    {"fragment-duration", "moov/mvex/mehd", 3, [] { return WithDuration(1210); }},
+    {"fragment-duration", "moov/mvex/mehd", 3,
+     [] {
+       return WithDuration(3210, {{2000, -1}, {200, 0}});
+     }},
     {"mfro-size", "mfra/mfro", 3,
      [] {
        const Bytes head = Head();
@@ -180,6 +206,17 @@ TEST(VerifyFragments, AFragmentedFileInOrderIsClean) {
     const Verdict verdict = Verify(file);
     EXPECT_EQ(verdict.exitCode, 0) << verdict.json.dump(2);
     EXPECT_TRUE(verdict.json["findings"].empty()) << verdict.json.dump(2);
+  }
+}
+
+// Writers differ in whether they count gaps, and what is skipped at the begin.
+TEST(VerifyFragments, TimesAndDurationsMayBeThoseOfDecodingOrOfShowing) {
+  for (const Bytes& file :
+       {WithSeekTime(1070), WithSeekTime(3070, {{2000, -1}, {200, 0}}), WithSeekTime(0),
+        WithDuration(0), WithDuration(1190), WithDuration(200, {{2000, -1}, {200, 0}}),
+        WithDuration(3190, {{2000, -1}, {200, 0}})}) {
+    const Verdict verdict = Verify(file);
+    EXPECT_EQ(verdict.exitCode, 0) << verdict.json.dump(2);
   }
 }
 
