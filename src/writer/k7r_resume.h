@@ -15,7 +15,8 @@ struct ResumePoint {
   /// By track, from 0: where its last sample ends in the media, without gaps. None for a track
   /// without samples in what is kept.
   std::vector<std::optional<uint64_t>> trackEnds;
-  /// The last 'mdat', or the movie box, when its size field says that it runs to the end of the file.
+  /// The last 'mdat', or the movie box, when its size field says that it runs to the end of the
+  /// file.
   const Box* openBox = nullptr;
 };
 
