@@ -106,26 +106,29 @@ TEST(FailingFragmentCallbacks, AnySession_GivesTheClientsCode) {
 
 TEST(FailingFragmentCallbacks, EveryQuestion_CanBeAskedAgain) {
   const Bytes file = RichFragmentedFile();
+  uint64_t failures = 0;
   for (const ReadFlags flags : kRules) {
     OpenedReader untroubled(file, flags);
     const auto expected = ContentOf(untroubled);
     for (const Question& question : Questions()) {
       for (const Call call : kCallsThatRead) {
-        bool wasHit = true;
-        for (uint64_t n = 1; wasHit; ++n) {
+        const auto ask = [&](uint64_t n) {
           OpenedReader reader(file, flags);
           reader.Stream().FailNth(call, n, kClientCode);
           const QiroK7MError result = question.ask(reader.Handle());
-          wasHit = reader.Stream().FaultHit();
+          const bool wasHit = reader.Stream().FaultHit();
           reader.Stream().FailNth(call, 0, 0);  // No further fault.
           EXPECT_EQ(result, wasHit ? kClientCode : 0) << question.name << ", call " << n;
           EXPECT_EQ(question.ask(reader.Handle()), 0u) << question.name << ", again after " << n;
           EXPECT_EQ(ContentOf(reader), expected) << question.name << ", call " << n;
-          if (HasFailure()) return;
-        }
+          return wasHit;
+        };
+        failures += Sweep(ask, Opportunities::kPerhapsNone);
+        if (HasFailure()) return;
       }
     }
   }
+  EXPECT_GT(failures, 400u);
 }
 
 TEST(FailingFragmentMemory, AnySession_ThroughTheCallbacks) {
@@ -146,20 +149,23 @@ TEST(FailingFragmentMemory, EveryQuestion_ThroughTheCallbacksCanBeAskedAgain) {
   const Bytes file = RichFragmentedFile();
   OpenedReader untroubled(file, kRules[1]);
   const auto expected = ContentOf(untroubled);
+  uint64_t failures = 0;
   for (const Question& question : Questions()) {
-    bool wasHit = true;
-    for (uint64_t n = 1; wasHit; ++n) {
+    const auto ask = [&](uint64_t n) {
       OpenedReader reader(file, kRules[1]);
       reader.Memory().FailNth(n);
       const QiroK7MError result = question.ask(reader.Handle());
-      wasHit = reader.Memory().FaultHit();
+      const bool wasHit = reader.Memory().FaultHit();
       reader.Memory().FailNth(0);  // No further fault.
       EXPECT_EQ(result, wasHit ? kQiroK7MErrorOutOfMemory : kQiroK7MErrorNone) << question.name;
       EXPECT_EQ(question.ask(reader.Handle()), 0u) << question.name << ", again after " << n;
       EXPECT_EQ(ContentOf(reader), expected) << question.name << ", allocation " << n;
-      if (HasFailure()) return;
-    }
+      return wasHit;
+    };
+    failures += Sweep(ask, Opportunities::kPerhapsNone);
+    if (HasFailure()) return;
   }
+  EXPECT_GT(failures, 100u);
 }
 
 TEST(FailingFragmentMemory, EveryQuestion_ThroughTheGlobalOperatorsCanBeAskedAgain) {

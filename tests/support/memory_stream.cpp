@@ -45,10 +45,7 @@ struct MemoryStream::CallBacks {
     const uint64_t left = self.position_ < self.length_ ? self.length_ - self.position_ : 0;
     uint64_t count = std::min(byteCount, left);
     if (self.readLimit_ != 0) count = std::min(count, self.readLimit_);
-    if (count != 0 && self.shortReadCountdown_ != 0 && --self.shortReadCountdown_ == 0) {
-      self.faultHit_ = true;
-      --count;
-    }
+    count = self.Shorten(count, byteCount);
     self.CopyOut(self.position_, static_cast<uint8_t*>(buffer), count);
     self.position_ += count;
     self.bytesDelivered_ += count;
@@ -198,6 +195,15 @@ QiroK7MError MemoryStream::Enter(Call call, uint64_t offset, uint64_t size, bool
   if (faultIsLasting_) faultCountdown_ = 1;
   faultHit_ = true;
   return faultCode_;
+}
+
+uint64_t MemoryStream::Shorten(uint64_t count, uint64_t byteCount) {
+  if (count == 0 || shortReadCountdown_ == 0 || --shortReadCountdown_ != 0) return count;
+  if (shortfall_ == Shortfall::kEverythingFromThenOn) shortReadCountdown_ = 1;
+  const uint64_t delivered = shortfall_ == Shortfall::kOneByte ? count - 1 : 0;
+  if (!faultHit_) shortenedRead_ = {Call::kRead, position_, byteCount, delivered};
+  faultHit_ = true;
+  return delivered;
 }
 
 void MemoryStream::CopyOut(uint64_t offset, uint8_t* to, uint64_t size) const {

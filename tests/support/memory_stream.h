@@ -37,6 +37,15 @@ struct CallRecord {
   uint64_t delivered;
 };
 
+/// By how much a shortened read falls short of what it could deliver.
+enum class Shortfall : uint8_t {
+  kOneByte,
+  kEverything,
+  kEverythingFromThenOn  ///< Of all later reads too.
+};
+constexpr Shortfall kShortfalls[] = {Shortfall::kOneByte, Shortfall::kEverything,
+                                     Shortfall::kEverythingFromThenOn};
+
 /// What a call changed: bytes put at an offset, or a new length.
 struct StreamChange {
   uint64_t offset;  // Of a truncation: the new length.
@@ -78,11 +87,15 @@ class MemoryStream {
     shortWriteCountdown_ = n;
     faultHit_ = false;
   }
-  /// Lets the n-th read (from 1, counted from now) that could deliver a byte deliver one fewer.
-  void ShortenNthRead(uint64_t n) {
+  /// Lets the n-th read (from 1, counted from now) that could deliver a byte deliver less; 0: none
+  /// any more.
+  void ShortenNthRead(uint64_t n, Shortfall shortfall = Shortfall::kOneByte) {
     shortReadCountdown_ = n;
+    shortfall_ = shortfall;
     faultHit_ = false;
   }
+  /// The first read that was shortened, when one was.
+  const CallRecord& ShortenedRead() const { return shortenedRead_; }
   /// Whether the ordered fault has happened.
   bool FaultHit() const { return faultHit_; }
   /// No readSome delivers more than `size` bytes; 0 lifts the limit.
@@ -123,6 +136,8 @@ class MemoryStream {
   void Breach(const char* what) {
     if (violation_ == nullptr) violation_ = what;
   }
+  /// How much a read delivers that could deliver `count` bytes.
+  uint64_t Shorten(uint64_t count, uint64_t byteCount);
   void CopyOut(uint64_t offset, uint8_t* to, uint64_t size) const;
   void CopyIn(uint64_t offset, const uint8_t* from, uint64_t size);
 
@@ -136,6 +151,8 @@ class MemoryStream {
   uint64_t writeLimit_ = 0;
   uint64_t shortWriteCountdown_ = 0;  // 0: none is ordered.
   uint64_t shortReadCountdown_ = 0;   // 0: none is ordered.
+  Shortfall shortfall_ = Shortfall::kOneByte;
+  CallRecord shortenedRead_{};
   Call faultCall_ = Call::kAny;
   uint64_t faultCountdown_ = 0;  // 0: none is ordered.
   QiroK7MError faultCode_ = 0;

@@ -32,6 +32,13 @@ class OpenedReader {
     prepare(*this);
     Open();
   }
+  /// The same, opened plainly or with QiroK7MDocOpenForReadWithOptions().
+  template <class Prepare>
+  OpenedReader(const Bytes& file, std::optional<ReadFlags> flags, Prepare prepare)
+      : stream_(file), flags_(flags) {
+    prepare(*this);
+    Open();
+  }
   OpenedReader(const OpenedReader&) = delete;
   OpenedReader& operator=(const OpenedReader&) = delete;
   ~OpenedReader() { Close(); }
