@@ -2,6 +2,7 @@
 // every n, by one byte, by all, and from then on. The reader can be asked again behind that.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <memory>
@@ -276,7 +277,9 @@ TEST(ShortReads, OfSampleData_GiveTheRightBytesOr1030) {
       EXPECT_EQ(Data(AllSamples(reader)), expected);
       return wasHit;
     });
-    EXPECT_GE(failures, expected.size()) << "nothing could be had from the first read on";
+    const auto withBytes = std::count_if(expected.begin(), expected.end(),
+                                         [](const Bytes& data) { return !data.Empty(); });
+    EXPECT_GE(failures, static_cast<uint64_t>(withBytes)) << "of the sweep's first run alone";
   }
 }
 
