@@ -8,7 +8,7 @@
 #include <set>
 #include <string>
 
-#include "reading_session.h"
+#include "fragmented_session.h"
 #include "support/heap_watch.h"
 #include "support/opened_reader.h"
 
@@ -129,14 +129,18 @@ constexpr QuietFunction kQuietFunctions[] = {
      [](const Handles& h) { return QiroK7MReleaseSampleDescriptorIterator(h.descriptors); }},
 };
 
-TEST(QuietFunctions, UseNeitherMemoryNorTheStream) {
-  OpenedReader reader(SessionFile());
+/// Calls each of the quiet functions behind so many media samples; none may ask for anything.
+void ExpectQuiet(OpenedReader& reader, int sampleNumber) {
   Handles handles{.reader = reader.Handle(), .track = reader.TrackAt(0)};
   handles.descriptor = DescriptorsOf(handles.track).at(0);
   ASSERT_EQ(QiroK7MReaderGetTracks(handles.reader, &handles.tracks), 0u);
   ASSERT_EQ(QiroK7MTrackGetSampleDescriptors(handles.track, &handles.descriptors), 0u);
-  ASSERT_EQ(QiroK7MReaderGetAllSamples(handles.reader, &handles.samples), 0u);
-  ASSERT_EQ(QiroK7MSampleIteratorGetNextEntry(handles.samples, &handles.sample), 0u);
+  ASSERT_EQ(QiroK7MReaderGetMediaSamples(handles.reader, nullptr, 0, &handles.samples), 0u);
+  for (int i = 0; i < sampleNumber; ++i) {
+    QiroK7MReleaseSample(handles.sample);
+    ASSERT_EQ(QiroK7MSampleIteratorGetNextEntry(handles.samples, &handles.sample), 0u);
+    ASSERT_NE(handles.sample, nullptr);
+  }
   for (const QuietFunction& function : kQuietFunctions) {
     const uint64_t calls = reader.Stream().Count(Call::kAny);
     const uint64_t allocations = CountHeap().allocations + reader.Memory().Allocations();
@@ -147,11 +151,97 @@ TEST(QuietFunctions, UseNeitherMemoryNorTheStream) {
   }
 }
 
-TEST(QuietFunctions, ClosingAReaderTakesNoMemory) {
+TEST(QuietFunctions, UseNeitherMemoryNorTheStream) {
   OpenedReader reader(SessionFile());
-  const uint64_t allocations = CountHeap().allocations + reader.Memory().Allocations();
-  reader.Close();
-  EXPECT_EQ(CountHeap().allocations + reader.Memory().Allocations(), allocations);
+  ExpectQuiet(reader, 1);
+}
+
+TEST(QuietFunctions, LoadNoFragment) {
+  for (const bool hasFragmentAhead : {false, true}) {
+    // A sample of the movie box, with which no fragment has been loaded, and one of a fragment.
+    for (const int sampleNumber : {1, 6}) {
+      OpenedReader reader(RichFragmentedFile(hasFragmentAhead));
+      ExpectQuiet(reader, sampleNumber);
+      const uint64_t reads = reader.Stream().Count(Call::kRead);
+      uint32_t count = 0;
+      EXPECT_EQ(QiroK7MTrackGetSampleCount(reader.TrackAt(0), &count), 0u);
+      EXPECT_GT(reader.Stream().Count(Call::kRead), reads) << "all had been loaded before";
+    }
+  }
+}
+
+TEST(QuietFunctions, TellOfAnIteratorBetweenFragments) {
+  OpenedReader reader(RichFragmentedFile());
+  QiroK7MSampleIterator* iterator = nullptr;
+  ASSERT_EQ(QiroK7MReaderGetMediaSamples(reader.Handle(), nullptr, 0, &iterator), 0u);
+  int samples = 0;
+  for (;; ++samples) {
+    const uint64_t calls = reader.Stream().Count(Call::kAny);
+    const bool hasMore = HasMore(iterator);
+    EXPECT_EQ(reader.Stream().Count(Call::kAny), calls) << "before sample " << samples;
+    QiroK7MSample* sample = nullptr;
+    if (!hasMore || QiroK7MSampleIteratorGetNextEntry(iterator, &sample) != 0) break;
+    QiroK7MReleaseSample(sample);
+  }
+  EXPECT_EQ(samples, 3 + 14 + 2 + 10);
+  QiroK7MReleaseSampleIterator(iterator);
+}
+
+// The others
+// ------------------------------------------------------------------------------------------
+
+constexpr QiroK7MError kClientCode = 0xABCD1234;
+
+using Names = std::set<std::string>;
+
+/// The questions that use the stream: asked of a fresh reader while each call of the stream fails,
+/// they answer with its code. All others must answer as ever.
+Names QuestionsThatUseTheStream(const Bytes& file) {
+  Names names;
+  for (const Question& question : kQuestions) {
+    OpenedReader reader(file);
+    reader.Stream().FailNth(Call::kAny, 1, kClientCode, true);
+    const QiroK7MError result = question.ask(reader.Handle());
+    EXPECT_EQ(result, reader.Stream().FaultHit() ? kClientCode : 0u) << question.name;
+    if (reader.Stream().FaultHit()) names.insert(question.name);
+    reader.Stream().FailNth(Call::kAny, 0, 0);
+  }
+  return names;
+}
+
+TEST(FunctionsThatUseTheStream, OfAPlainDocument) {
+  EXPECT_EQ(QuestionsThatUseTheStream(SessionFile()),
+            Names({"QiroK7MSampleCopyData", "QiroK7MReaderGetUlbDataLength",
+                   "QiroK7MReaderCopyUlbData", "QiroK7MReaderCopyUlbData, twice"}));
+}
+
+TEST(FunctionsThatUseTheStream, OfAFragmentedDocumentAlsoLoadFragments) {
+  const Names names = {"QiroK7MReaderGetSamples",
+                       "QiroK7MReaderGetSamplesByTracks",
+                       "QiroK7MReaderGetSamplesByMediaTypes",
+                       "QiroK7MReaderGetAllSamples",
+                       "QiroK7MReaderGetAllSamplesByTracks",
+                       "QiroK7MReaderGetAllSamplesByMediaTypes",
+                       "QiroK7MTrackGetSampleCount",
+                       "QiroK7MSampleIteratorGetNextEntry",
+                       "QiroK7MSampleCopyData",
+                       "QiroK7MReaderGetUlbDataLength",
+                       "QiroK7MReaderCopyUlbData",
+                       "QiroK7MReaderCopyUlbData, twice"};
+  EXPECT_EQ(QuestionsThatUseTheStream(FragmentedSessionFile()), names);
+  EXPECT_EQ(QuestionsThatUseTheStream(UnusualSessionFile()), names);
+}
+
+TEST(QuietFunctions, ClosingAReaderTakesNoMemoryAndReadsNothing) {
+  for (const Bytes& file : {SessionFile(), FragmentedSessionFile(), RichFragmentedFile()}) {
+    OpenedReader reader(file);
+    const uint64_t calls = reader.Stream().Count(Call::kAny);
+    const uint64_t allocations = CountHeap().allocations + reader.Memory().Allocations();
+    reader.Close();
+    EXPECT_EQ(CountHeap().allocations + reader.Memory().Allocations(), allocations);
+    EXPECT_EQ(reader.Stream().Count(Call::kAny), calls + 1);
+    EXPECT_EQ(reader.Stream().Count(Call::kClose), 1u);
+  }
 }
 
 /// The exported names that belong to reading, or those that do not: to writing and to the servicer.
