@@ -2,10 +2,8 @@
 // is then still good for. What is promised for which kind of file stands in docs/TESTING.md.
 #include <gtest/gtest.h>
 
-#include <set>
-
+#include "fragment_expectations.h"
 #include "interrupted_session.h"
-#include "k7r_recording.h"
 
 namespace k7mtest {
 namespace {
@@ -14,9 +12,6 @@ constexpr size_t kFlushes = 4;
 constexpr size_t kSamplesPerFlush = 3;
 constexpr size_t kRandomChoices = 40;
 constexpr QiroK7MError kTruncated = kQiroK7MErrorBoxTruncated;
-
-// Plain and fragmented documents
-// ------------------------------------------------------------------------
 
 Bytes DataOf(size_t track, size_t sample) {
   return Pattern(15 + sample, static_cast<uint32_t>(track * 100 + sample));
@@ -66,13 +61,6 @@ DocumentSession WriteDocument(bool isFragmented) {
   session.changes = writer.Stream().Journal();
   session.mediaBox = PlaceOf(writer.File(), "mdat").offset;
   return session;
-}
-
-/// The samples of a query up to its failure, which goes to `failure`.
-std::vector<ReadSample> SamplesOf(QiroK7MError asked, QiroK7MSampleIterator* samples,
-                                  QiroK7MError& failure) {
-  failure = asked;
-  return asked == 0 ? Drain(samples, true, &failure) : std::vector<ReadSample>();
 }
 
 struct Found {
@@ -249,174 +237,6 @@ TEST(InterruptedFragmentedFile, OutOfOrderToo) {
     ASSERT_EQ(found.open, 0u);
     EXPECT_GE(found.samples, session.LastMark(interruption.changes)->samples);
   }
-}
-
-// K7R files
-// -------------------------------------------------------------------------------------------
-
-struct K7RSession : Session {
-  size_t movieBoxClosed = 0;     // So many changes had been made by then.
-  std::vector<uint64_t> starts;  // Of the fragments.
-};
-
-K7RSession WriteK7R() {
-  K7RSession session;
-  OpenedK7RWriter writer;
-  QiroK7MTrack* video = writer.AddDescribedTrack();
-  QiroK7MTrack* audio = writer.AddDescribedTrack({.mediaType = "soun"});
-  QiroK7MTrack* hint = writer.AddDescribedHintTrack({video}, Recording::kTimeOrigin);
-  session.begin = writer.File();
-  writer.Stream().StartJournal();
-  for (size_t number = 0; number < kFlushes; ++number) {
-    session.starts.push_back(writer.StartFragment());
-    if (number == 0) session.movieBoxClosed = writer.Stream().Journal().size();
-    AddFragment(writer, {video, audio, hint}, number * 2);  // With a gap between them.
-    if (number % 2 != 0) {
-      EXPECT_EQ(writer.TryAddAbst(Pattern(9)), 0u);
-    }
-    writer.Flush();
-    session.marks.push_back({writer.Stream().Journal().size(), 0, number + 1});
-  }
-  writer.Finish();
-  session.changes = writer.Stream().Journal();
-  return session;
-}
-
-/// So many complete fragments must be read first, whatever is behind them.
-void ExpectRead(const Bytes& file, size_t fragments, bool isEndClean) {
-  OpenedReader reader(file);
-  ASSERT_EQ(reader.Result(), 0u);
-  QiroK7MTrack* audio = reader.TrackAt(1);
-  QiroK7MSampleIterator* samples = nullptr;
-  QiroK7MError end = 0;
-  const QiroK7MError asked = QiroK7MReaderGetMediaSamples(reader.Handle(), &audio, 1, &samples);
-  const std::vector<Bytes> media = Data(SamplesOf(asked, samples, end));
-  ASSERT_GE(media.size(), fragments);
-  for (size_t i = 0; i < fragments; ++i) {
-    EXPECT_EQ(media[i], MessageOf(Recording::kTimeOrigin + 2 * i * 100 + 1));
-  }
-  if (isEndClean) {
-    EXPECT_EQ(end, 0u);
-  }
-}
-
-/// A continued file must hold so many fragments, or one more, and take another.
-void ExpectContinued(const Bytes& file, size_t fragments, uint64_t keepLimit = ~uint64_t{0}) {
-  OpenedK7RWriter writer(file, keepLimit);
-  ASSERT_EQ(writer.Result(), 0u);
-  std::vector<uint64_t> numbers;
-  const size_t kept = MediaOf(writer.File(), 1).size();
-  ASSERT_GE(kept, fragments);
-  ASSERT_LE(kept, fragments + 1);
-  for (size_t i = 0; i < kept; ++i) numbers.push_back(2 * i);
-  AddFragment(writer, writer.DescribedTracks(), 50);
-  numbers.push_back(50);
-  ExpectFragmentsReadBack(writer.Finish(), numbers);
-}
-
-TEST(InterruptedK7RFile, LosesNoFragmentForReadersNorForContinuing) {
-  const K7RSession session = WriteK7R();
-  for (const Interruption& interruption : EveryInterruption(session)) {
-    if (interruption.changes < session.movieBoxClosed) continue;
-    SCOPED_TRACE(interruption.changes);
-    const Bytes file = FileAfter(session, interruption);
-    const Mark* flushed = session.LastMark(interruption.changes);
-    const size_t fragments = flushed != nullptr ? flushed->fragments : 0;
-    ExpectRead(file, fragments, true);
-    ExpectContinued(file, fragments);
-    if (HasFailure()) return;
-  }
-}
-
-TEST(InterruptedK7RFile, CannotBeContinuedUntilItsMovieBoxIsComplete) {
-  const K7RSession session = WriteK7R();
-  for (size_t n = 0; n < session.movieBoxClosed; ++n) {
-    const Bytes file = FileAfter(session, {.changes = n});
-    OpenedK7RWriter writer(file);
-    EXPECT_EQ(writer.Result(),
-              n == 0 ? kQiroK7MErrorAppendNotFragmented : kQiroK7MErrorBoxTruncated)
-        << n;
-    EXPECT_EQ(writer.File(), file);
-  }
-}
-
-/// A fragment of this size goes out in one write, and what stands in front of it in another.
-TEST(InterruptedK7RFile, OutOfOrderLosesNoFragmentEither) {
-  const K7RSession session = WriteK7R();
-  for (const Interruption& interruption : OutOfOrderInterruptions(session, kRandomChoices)) {
-    const Bytes file = FileAfter(session, interruption);
-    const size_t fragments = session.LastMark(interruption.changes)->fragments;
-    ExpectRead(file, fragments, false);
-    OpenedK7RWriter writer(file);
-    ASSERT_EQ(writer.Result(), 0u);
-    ASSERT_GE(writer.LastFragment(), session.starts[fragments - 1]);
-    ExpectContinued(file, fragments, session.starts[fragments - 1]);
-    if (HasFailure()) return;
-  }
-}
-
-/// A recording of two fragments, and the changes that write the second. Its movie fragment, with so
-/// many samples in the first track, goes out in two of them, the media in a third.
-K7RSession WriteLargeFragment(uint64_t sampleCount) {
-  K7RSession session;
-  OpenedK7RWriter writer;
-  QiroK7MTrack* video = writer.AddDescribedTrack();
-  QiroK7MTrack* audio = writer.AddDescribedTrack({.mediaType = "soun"});
-  QiroK7MTrack* hint = writer.AddDescribedHintTrack({video}, Recording::kTimeOrigin);
-  session.starts.push_back(writer.StartFragment());
-  AddFragment(writer, {video, audio, hint}, 0);
-  writer.Flush();
-  session.begin = writer.File();
-  session.starts.push_back(writer.StartFragment());
-  writer.Stream().StartJournal();
-  for (uint64_t i = 0; i < sampleCount; ++i) {
-    writer.Add(video, Recording::kTimeOrigin + 500 + i);
-  }
-  writer.Add(audio, {.time = Recording::kTimeOrigin + 500, .data = Pattern(5000)});
-  writer.Flush();
-  session.changes = writer.Stream().Journal();
-  std::erase_if(session.changes, [&](const StreamChange& change) {
-    const bool isFieldOfAfra = change.bytes.Size() <= 4;
-    return change.offset < session.starts[1] || isFieldOfAfra;
-  });
-  return session;
-}
-
-/// Every choice of some of the changes.
-std::vector<Interruption> EveryChoice(const Session& session) {
-  std::vector<Interruption> all(size_t{1} << session.changes.size());
-  for (size_t choice = 0; choice < all.size(); ++choice) {
-    for (size_t i = 0; i < session.changes.size(); ++i) {
-      if ((choice >> i & 1) != 0) all[choice].later.push_back(i);
-    }
-  }
-  return all;
-}
-
-/// What the codes were where continuing such a file was refused.
-std::set<QiroK7MError> CodesOfContinuing(const K7RSession& session) {
-  std::set<QiroK7MError> codes;
-  for (const Interruption& interruption : EveryChoice(session)) {
-    const Bytes file = FileAfter(session, interruption);
-    ExpectRead(file, 1, false);
-    ExpectContinued(file, 1, session.starts[0]);
-    OpenedK7RWriter writer(file);
-    codes.insert(writer.Result());
-    if (writer.Result() != 0) {
-      EXPECT_EQ(writer.File(), file);
-    }
-  }
-  return codes;
-}
-
-// Where the first write ends within the second track's boxes, these may lack what the next one
-// holds.
-TEST(InterruptedK7RFile, ALargeFragmentThatArrivedInPartIsCutOffOrRefused) {
-  std::set<QiroK7MError> codes;
-  for (uint64_t samples = 240; samples < 256 && !HasFailure(); ++samples) {
-    codes.merge(CodesOfContinuing(WriteLargeFragment(samples)));
-  }
-  EXPECT_EQ(codes, (std::set<QiroK7MError>{0, 14, 25}));
 }
 
 }  // namespace
