@@ -171,7 +171,7 @@ TEST(InterruptedContinuedK7RFile, LosesNoFragmentForReadersNorForContinuing) {
 TEST(InterruptedContinuedK7RFile, OutOfOrderLosesNoFragmentEither) {
   for (const size_t rest : kRests) {
     const K7RSession session = ContinueK7R(rest);
-    for (const Interruption& interruption : OutOfOrderInterruptions(session, 8)) {
+    for (const Interruption& interruption : OutOfOrderInterruptions(session, 4)) {
       SCOPED_TRACE(std::to_string(rest) + ": " + std::to_string(interruption.changes));
       const Bytes file = FileAfter(session, interruption);
       const size_t fragments = session.LastMark(interruption.changes)->fragments;

@@ -2,14 +2,18 @@
 // is then still good for. What is promised for which kind of file stands in docs/TESTING.md.
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "fragment_expectations.h"
 #include "interrupted_session.h"
 
 namespace k7mtest {
 namespace {
 
+constexpr size_t kTracks = 2;
 constexpr size_t kFlushes = 4;
 constexpr size_t kSamplesPerFlush = 3;
+constexpr uint64_t kBeforeGap = 5;
 constexpr size_t kRandomChoices = 40;
 constexpr QiroK7MError kTruncated = kQiroK7MErrorBoxTruncated;
 
@@ -17,6 +21,19 @@ Bytes DataOf(size_t track, size_t sample) {
   return Pattern(15 + sample, static_cast<uint32_t>(track * 100 + sample));
 }
 uint64_t TimeOf(size_t sample) { return sample * sample * 10; }
+/// Between two samples of a flush, at the end of one, and in the other track.
+bool IsBeforeGap(size_t track, size_t sample) {
+  return track == 0 ? sample == 5 || sample == 7 : sample == 4;
+}
+
+/// As it lies in the file: no time passes there in a gap.
+uint64_t MediaTimeOf(size_t track, size_t sample) {
+  uint64_t time = TimeOf(sample);
+  for (size_t i = 0; i < sample; ++i) {
+    if (IsBeforeGap(track, i)) time -= TimeOf(i + 1) - TimeOf(i) - kBeforeGap;
+  }
+  return time;
+}
 
 /// A session, and how much had been written when each call of its set-up returned.
 struct DocumentSession : Session {
@@ -31,11 +48,24 @@ void AddSamples(OpenedWriter& writer, const std::vector<QiroK7MTrack*>& tracks, 
                                  .data = DataOf(track, i),
                                  .flags = i == begin ? kKey : 0,
                                  .compositionOffset = static_cast<uint32_t>(i % 2)});
+      if (IsBeforeGap(track, i)) {
+        writer.Add(tracks[track], {.time = TimeOf(i) + kBeforeGap, .data = {}, .flags = kGap});
+      }
     }
   }
 }
 
-DocumentSession WriteDocument(bool isFragmented) {
+/// What the document may get behind its tracks, once.
+void AddBoxes(OpenedWriter& writer, const std::function<void()>& note) {
+  EXPECT_EQ(writer.TrySetUlb(Pattern(700)), 0u);
+  note();
+  EXPECT_EQ(writer.TryAddFullBox("abcd", 0, 0, Pattern(30)), 0u);
+  note();
+}
+
+/// With the boxes the movie box of a fragmented document is closed by them, otherwise by the first
+/// sample.
+DocumentSession WriteDocument(bool isFragmented, bool withBoxes) {
   DocumentSession session;
   OpenedWriter writer(isFragmented ? FragmentedInfo() : DocInfoOf(1000));
   session.begin = writer.File();
@@ -48,7 +78,12 @@ DocumentSession WriteDocument(bool isFragmented) {
     writer.Describe(tracks.back());
     note();
   }
+  if (withBoxes) AddBoxes(writer, note);
   for (size_t flush = 0; flush < kFlushes; ++flush) {
+    if (flush == 1) writer.Describe(tracks[0], "wxyz", Pattern(20));
+    if (flush == 2 && isFragmented && withBoxes) {
+      EXPECT_EQ(writer.TryAddFullBox("efgh", 0, 0, Pattern(700)), 0u);
+    }
     AddSamples(writer, tracks, flush * kSamplesPerFlush);
     if (flush + 1 < kFlushes) {
       writer.Flush();
@@ -73,7 +108,7 @@ struct Found {
 size_t CountRight(const std::vector<ReadSample>& samples, size_t track) {
   size_t i = 0;
   while (i < samples.size() && samples[i].dataResult == 0 && samples[i].data == DataOf(track, i) &&
-         samples[i].info.timeStamp == TimeOf(i)) {
+         samples[i].info.timeStamp == MediaTimeOf(track, i)) {
     ++i;
   }
   return i;
@@ -119,39 +154,48 @@ bool EndsInABrokenBox(const Bytes& file) {
 }
 
 TEST(InterruptedPlainFile, KeepsEverySampleOfTheLastFlush) {
-  const DocumentSession session = WriteDocument(false);
-  size_t count = 0;
-  for (const Interruption& interruption : EveryInterruption(session)) {
-    const Mark* flushed = session.LastMark(interruption.changes);
-    if (flushed == nullptr) continue;
-    SCOPED_TRACE(interruption.changes);
-    const Found found = Look(FileAfter(session, interruption));
-    ASSERT_EQ(found.open, 0u);
-    EXPECT_GE(found.samples, flushed->samples);
-    EXPECT_EQ(found.end, 0u);
-    EXPECT_EQ(found.edits, 0u);
-    ++count;
+  for (const bool withBoxes : {false, true}) {
+    SCOPED_TRACE(withBoxes ? "with boxes" : "without");
+    const DocumentSession session = WriteDocument(false, withBoxes);
+    size_t count = 0;
+    for (const Interruption& interruption : EveryInterruption(session)) {
+      const Mark* flushed = session.LastMark(interruption.changes);
+      if (flushed == nullptr) continue;
+      SCOPED_TRACE(interruption.changes);
+      const Found found = Look(FileAfter(session, interruption));
+      ASSERT_EQ(found.open, 0u);
+      EXPECT_GE(found.samples, flushed->samples);
+      EXPECT_EQ(found.end, 0u);
+      EXPECT_EQ(found.edits, 0u);
+      ++count;
+    }
+    EXPECT_GT(count, 200u);
   }
-  EXPECT_GT(count, 200u);
 }
 
 /// Of both kinds.
 class InterruptedDocument : public ::testing::TestWithParam<bool> {};
 
 TEST_P(InterruptedDocument, IsReadableBehindEveryCallOfItsSetUp) {
-  const DocumentSession session = WriteDocument(GetParam());
-  EXPECT_EQ(Look(session.begin).open, kQiroK7MErrorInvalidHierarchy) << "no track yet";
-  for (const size_t changes : session.setUpCalls) {
-    EXPECT_EQ(Look(FileAfter(session, {.changes = changes})).open, 0u) << changes;
+  for (const bool withBoxes : {false, true}) {
+    SCOPED_TRACE(withBoxes ? "with boxes" : "without");
+    const DocumentSession session = WriteDocument(GetParam(), withBoxes);
+    EXPECT_EQ(Look(session.begin).open, kQiroK7MErrorInvalidHierarchy) << "no track yet";
+    for (const size_t changes : session.setUpCalls) {
+      EXPECT_EQ(Look(FileAfter(session, {.changes = changes})).open, 0u) << changes;
+    }
   }
 }
 
 TEST_P(InterruptedDocument, IsUnreadableWhileTheMovieBoxIsBeingLaidOut) {
-  const DocumentSession session = WriteDocument(GetParam());
-  for (size_t call = 0; call < session.setUpCalls.size(); call += 2) {
-    const size_t before = call == 0 ? 0 : session.setUpCalls[call - 1];
-    const Found found = Look(FileAfter(session, {.changes = before + 1}));
-    EXPECT_EQ(found.open, kQiroK7MErrorBoxTruncated) << "track " << call / 2 + 1;
+  for (const bool withBoxes : {false, true}) {
+    SCOPED_TRACE(withBoxes ? "with boxes" : "without");
+    const DocumentSession session = WriteDocument(GetParam(), withBoxes);
+    for (size_t call = 0; call < 2 * kTracks; call += 2) {
+      const size_t before = call == 0 ? 0 : session.setUpCalls[call - 1];
+      const Found found = Look(FileAfter(session, {.changes = before + 1}));
+      EXPECT_EQ(found.open, kQiroK7MErrorBoxTruncated) << "track " << call / 2 + 1;
+    }
   }
 }
 
@@ -159,83 +203,98 @@ INSTANTIATE_TEST_SUITE_P(Kinds, InterruptedDocument, ::testing::Values(false, tr
                          [](const auto& param) { return param.param ? "Fragmented" : "Plain"; });
 
 TEST(InterruptedPlainFile, BehindItsSetUpIsReadableAlsoBeforeTheFirstFlush) {
-  const DocumentSession session = WriteDocument(false);
-  ASSERT_LT(session.setUpCalls.back(), session.marks[0].changes);
-  for (size_t n = session.setUpCalls.back(); n < session.marks[0].changes; ++n) {
-    EXPECT_EQ(Look(FileAfter(session, {.changes = n})).open, 0u) << n;
+  for (const bool withBoxes : {false, true}) {
+    SCOPED_TRACE(withBoxes ? "with boxes" : "without");
+    const DocumentSession session = WriteDocument(false, withBoxes);
+    ASSERT_LT(session.setUpCalls.back(), session.marks[0].changes);
+    for (size_t n = session.setUpCalls.back(); n < session.marks[0].changes; ++n) {
+      EXPECT_EQ(Look(FileAfter(session, {.changes = n})).open, 0u) << n;
+    }
   }
 }
 
 /// A count of a table that arrived before its entries makes the movie unreadable: without the order
 /// of the writes there is no promise for a plain file while it grows.
 TEST(InterruptedPlainFile, OutOfOrderOnlyAChunkMapAheadOfItsEntriesIsUnreadable) {
-  const DocumentSession session = WriteDocument(false);
-  size_t unreadable = 0;
-  for (const Interruption& interruption : OutOfOrderInterruptions(session, kRandomChoices)) {
-    const Bytes file = FileAfter(session, interruption);
-    bool isAhead = false;
-    for (const char* path :
-         {"moov/trak#1/mdia/minf/stbl/stsc", "moov/trak#2/mdia/minf/stbl/stsc"}) {
-      for (uint64_t i = 0; i < NumberIn(file, path, 12); ++i) {
-        isAhead = isAhead || NumberIn(file, path, static_cast<size_t>(16 + 12 * i)) == 0;
+  for (const bool withBoxes : {false, true}) {
+    SCOPED_TRACE(withBoxes ? "with boxes" : "without");
+    const DocumentSession session = WriteDocument(false, withBoxes);
+    size_t unreadable = 0;
+    for (const Interruption& interruption : OutOfOrderInterruptions(session, kRandomChoices)) {
+      const Bytes file = FileAfter(session, interruption);
+      bool isAhead = false;
+      for (const char* path :
+           {"moov/trak#1/mdia/minf/stbl/stsc", "moov/trak#2/mdia/minf/stbl/stsc"}) {
+        for (uint64_t i = 0; i < NumberIn(file, path, 12); ++i) {
+          isAhead = isAhead || NumberIn(file, path, static_cast<size_t>(16 + 12 * i)) == 0;
+        }
+      }
+      const Found found = Look(file);
+      ASSERT_EQ(found.open, isAhead ? QiroK7MError{kQiroK7MErrorBadChunkMap} : 0u);
+      unreadable += isAhead ? 1 : 0;
+      if (!isAhead) {
+        EXPECT_EQ(found.end, 0u);
       }
     }
-    const Found found = Look(file);
-    ASSERT_EQ(found.open, isAhead ? QiroK7MError{kQiroK7MErrorBadChunkMap} : 0u);
-    unreadable += isAhead ? 1 : 0;
-    if (!isAhead) {
-      EXPECT_EQ(found.end, 0u);
-    }
+    EXPECT_GT(unreadable, 0u);
   }
-  EXPECT_GT(unreadable, 0u);
 }
 
 TEST(InterruptedFragmentedFile, KeepsEveryFragmentThatWasFlushed) {
-  const DocumentSession session = WriteDocument(true);
-  size_t broken = 0;
-  for (const Interruption& interruption : EveryInterruption(session)) {
-    if (interruption.changes < session.setUpCalls.back()) continue;
-    SCOPED_TRACE(interruption.changes);
-    const Bytes file = FileAfter(session, interruption);
-    const Mark* flushed = session.LastMark(interruption.changes);
-    const Found found = Look(file);
-    const QiroK7MError expected = EndsInABrokenBox(file) ? kTruncated : 0u;
-    broken += expected != 0 ? 1 : 0;
-    if (flushed == nullptr && found.open != 0) continue;  // The next test.
-    ASSERT_EQ(found.open, 0u);
-    EXPECT_GE(found.samples, flushed != nullptr ? flushed->samples : 0);
-    EXPECT_EQ(found.end, expected) << "behind what is complete";
-    EXPECT_EQ(found.edits, expected);
+  for (const bool withBoxes : {false, true}) {
+    SCOPED_TRACE(withBoxes ? "with boxes" : "without");
+    const DocumentSession session = WriteDocument(true, withBoxes);
+    size_t broken = 0;
+    for (const Interruption& interruption : EveryInterruption(session)) {
+      if (interruption.changes < session.setUpCalls.back()) continue;
+      SCOPED_TRACE(interruption.changes);
+      const Bytes file = FileAfter(session, interruption);
+      const Mark* flushed = session.LastMark(interruption.changes);
+      const Found found = Look(file);
+      const QiroK7MError expected = EndsInABrokenBox(file) ? kTruncated : 0u;
+      broken += expected != 0 ? 1 : 0;
+      if (flushed == nullptr && found.open != 0) continue;  // The next test.
+      ASSERT_EQ(found.open, 0u);
+      EXPECT_GE(found.samples, flushed != nullptr ? flushed->samples : 0);
+      EXPECT_EQ(found.end, expected) << "behind what is complete";
+      EXPECT_EQ(found.edits, expected);
+    }
+    EXPECT_GT(broken, 0u);
   }
-  EXPECT_GT(broken, 0u);
 }
 
 TEST(InterruptedFragmentedFile, BeforeTheFirstFlushOnlyAnUnfinishedHeaderOrMovieBoxIsUnreadable) {
-  const DocumentSession session = WriteDocument(true);
-  // The movie box is laid out once more, by the first sample.
-  size_t isLaidOut = 0;
-  for (size_t n = session.setUpCalls.back(); n < session.marks[0].changes; ++n) {
-    if (session.changes[n].offset == session.mediaBox + 16) {
-      isLaidOut = n;  // The first bytes of media.
-      break;
+  for (const bool withBoxes : {false, true}) {
+    SCOPED_TRACE(withBoxes ? "with boxes" : "without");
+    const DocumentSession session = WriteDocument(true, withBoxes);
+    // The movie box is laid out once more, by the first sample.
+    size_t isLaidOut = 0;
+    for (size_t n = session.setUpCalls.back(); n < session.marks[0].changes; ++n) {
+      if (session.changes[n].offset == session.mediaBox + 16) {
+        isLaidOut = n;  // The first bytes of media.
+        break;
+      }
     }
-  }
-  ASSERT_GT(isLaidOut, 0u);
-  for (size_t n = isLaidOut; n < session.marks[0].changes; ++n) {
-    const Bytes file = FileAfter(session, {.changes = n});
-    const Found found = Look(file);
-    if (found.open == 0) continue;
-    EXPECT_EQ(found.open, kQiroK7MErrorBoxTruncated);
-    EXPECT_TRUE(EndsInABrokenBox(file)) << n;
+    ASSERT_GT(isLaidOut, 0u);
+    for (size_t n = isLaidOut; n < session.marks[0].changes; ++n) {
+      const Bytes file = FileAfter(session, {.changes = n});
+      const Found found = Look(file);
+      if (found.open == 0) continue;
+      EXPECT_EQ(found.open, kQiroK7MErrorBoxTruncated);
+      EXPECT_TRUE(EndsInABrokenBox(file)) << n;
+    }
   }
 }
 
 TEST(InterruptedFragmentedFile, OutOfOrderToo) {
-  const DocumentSession session = WriteDocument(true);
-  for (const Interruption& interruption : OutOfOrderInterruptions(session, kRandomChoices)) {
-    const Found found = Look(FileAfter(session, interruption));
-    ASSERT_EQ(found.open, 0u);
-    EXPECT_GE(found.samples, session.LastMark(interruption.changes)->samples);
+  for (const bool withBoxes : {false, true}) {
+    SCOPED_TRACE(withBoxes ? "with boxes" : "without");
+    const DocumentSession session = WriteDocument(true, withBoxes);
+    for (const Interruption& interruption : OutOfOrderInterruptions(session, kRandomChoices)) {
+      const Found found = Look(FileAfter(session, interruption));
+      ASSERT_EQ(found.open, 0u);
+      EXPECT_GE(found.samples, session.LastMark(interruption.changes)->samples);
+    }
   }
 }
 
