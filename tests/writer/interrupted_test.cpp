@@ -2,7 +2,9 @@
 // is then still good for. What is promised for which kind of file stands in docs/TESTING.md.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
+#include <iterator>
 
 #include "fragment_expectations.h"
 #include "interrupted_session.h"
@@ -14,6 +16,7 @@ constexpr size_t kTracks = 2;
 constexpr size_t kFlushes = 4;
 constexpr size_t kSamplesPerFlush = 3;
 constexpr uint64_t kBeforeGap = 5;
+constexpr uint32_t kMetadataLength = 700;
 constexpr size_t kRandomChoices = 40;
 constexpr QiroK7MError kTruncated = kQiroK7MErrorBoxTruncated;
 
@@ -57,7 +60,7 @@ void AddSamples(OpenedWriter& writer, const std::vector<QiroK7MTrack*>& tracks, 
 
 /// What the document may get behind its tracks, once.
 void AddBoxes(OpenedWriter& writer, const std::function<void()>& note) {
-  EXPECT_EQ(writer.TrySetUlb(Pattern(700)), 0u);
+  EXPECT_EQ(writer.TrySetUlb(Pattern(kMetadataLength)), 0u);
   note();
   EXPECT_EQ(writer.TryAddFullBox("abcd", 0, 0, Pattern(30)), 0u);
   note();
@@ -100,15 +103,19 @@ DocumentSession WriteDocument(bool isFragmented, bool withBoxes) {
 
 struct Found {
   QiroK7MError open = 0;
-  size_t samples = SIZE_MAX;  // Of the track that has fewer: from the first one on, all right.
-  QiroK7MError end = 0;       // What came behind the last sample.
-  QiroK7MError edits = 0;     // The same with the edit lists.
+  size_t samples = SIZE_MAX;    // Of the track that has fewer: from the first one on, all right.
+  QiroK7MError end = 0;         // What came behind the last sample.
+  size_t presented = SIZE_MAX;  // The same two with the edit lists.
+  QiroK7MError edits = 0;
+  uint32_t metadata = 0;  // Its length.
 };
 
-size_t CountRight(const std::vector<ReadSample>& samples, size_t track) {
+/// `timeOf(track, sample)` tells when they have to be.
+template <class TimeOf>
+size_t CountRight(const std::vector<ReadSample>& samples, size_t track, TimeOf timeOf) {
   size_t i = 0;
   while (i < samples.size() && samples[i].dataResult == 0 && samples[i].data == DataOf(track, i) &&
-         samples[i].info.timeStamp == MediaTimeOf(track, i)) {
+         samples[i].info.timeStamp == timeOf(track, i)) {
     ++i;
   }
   return i;
@@ -123,11 +130,23 @@ Found Look(const Bytes& file) {
     QiroK7MTrack* track = tracks[i];
     QiroK7MSampleIterator* samples = nullptr;
     const QiroK7MError asked = QiroK7MReaderGetMediaSamples(reader.Handle(), &track, 1, &samples);
-    found.samples = std::min(found.samples, CountRight(SamplesOf(asked, samples, found.end), i));
+    found.samples =
+        std::min(found.samples, CountRight(SamplesOf(asked, samples, found.end), i, MediaTimeOf));
   }
   QiroK7MSampleIterator* samples = nullptr;
   const QiroK7MError asked = QiroK7MReaderGetAllSamples(reader.Handle(), &samples);
-  SamplesOf(asked, samples, found.edits);
+  const std::vector<ReadSample> presented = SamplesOf(asked, samples, found.edits);
+  for (size_t i = 0; i < tracks.size(); ++i) {
+    std::vector<ReadSample> own;
+    std::copy_if(presented.begin(), presented.end(), std::back_inserter(own),
+                 [&](const ReadSample& sample) {
+                   return sample.track == tracks[i] &&
+                          (sample.info.flags & kQiroK7MSampleFlagKindMask) != kGap;
+                 });
+    found.presented = std::min(
+        found.presented, CountRight(own, i, [](size_t, size_t sample) { return TimeOf(sample); }));
+  }
+  QiroK7MReaderGetUlbDataLength(reader.Handle(), &found.metadata);
   return found;
 }
 
@@ -165,8 +184,10 @@ TEST(InterruptedPlainFile, KeepsEverySampleOfTheLastFlush) {
       const Found found = Look(FileAfter(session, interruption));
       ASSERT_EQ(found.open, 0u);
       EXPECT_GE(found.samples, flushed->samples);
+      EXPECT_GE(found.presented, flushed->samples);
       EXPECT_EQ(found.end, 0u);
       EXPECT_EQ(found.edits, 0u);
+      EXPECT_EQ(found.metadata, withBoxes ? kMetadataLength : 0u);
       ++count;
     }
     EXPECT_GT(count, 200u);
@@ -256,6 +277,11 @@ TEST(InterruptedFragmentedFile, KeepsEveryFragmentThatWasFlushed) {
       if (flushed == nullptr && found.open != 0) continue;  // The next test.
       ASSERT_EQ(found.open, 0u);
       EXPECT_GE(found.samples, flushed != nullptr ? flushed->samples : 0);
+      // With the edit lists the failure comes in place of a track's last sample, which needs to
+      // know the next one.
+      EXPECT_GE(found.presented + (expected != 0 ? 1 : 0),
+                flushed != nullptr ? flushed->samples : 0);
+      EXPECT_EQ(found.metadata, withBoxes ? kMetadataLength : 0u);
       EXPECT_EQ(found.end, expected) << "behind what is complete";
       EXPECT_EQ(found.edits, expected);
     }
