@@ -14,8 +14,8 @@ size_t FirstFailure(const ScriptResult& result);
 /// Every buffer that was handed over has come back once.
 void ExpectBuffersBack(const WriterScript& script, const ScriptResult& result);
 
-/// `code` is what the fault answers; it must make a writer bad. `unharmed`: the same calls without a
-/// fault.
+/// `code` is what the fault answers; it must make a writer bad. `unharmed`: the same calls without
+/// a fault.
 void Judge(const WriterScript& script, const ScriptResult& result, bool wasHit, QiroK7MError code,
            const MemoryStream& stream, const UnharmedRun& unharmed);
 
