@@ -93,7 +93,8 @@ void SweepOrders(size_t maxLength, SweepOne sweep) {
 /// Runs the steps, with something behind them that a bad writer refuses, and judges.
 /// `run(stream, memory, script)` arms one fault, runs the script and tells whether it was hit.
 template <class Run>
-uint64_t FailOnce(const Steps& steps, bool isFragmented, QiroK7MError code, Run run) {
+uint64_t FailOnce(const Steps& steps, bool isFragmented, const UnharmedRun& unharmed,
+                  QiroK7MError code, Run run) {
   Steps all = steps;
   if (!EndsClosed(steps)) all.push_back({Do::kFlush});
   all.insert(all.end(), {{Do::kClose}, {Do::kClose}});
@@ -108,7 +109,7 @@ uint64_t FailOnce(const Steps& steps, bool isFragmented, QiroK7MError code, Run 
     wasHit = run(stream, memory, script);
     const ScriptResult& result = script.Result();
     EXPECT_TRUE(wasHit);
-    Judge(script, result, wasHit, code, stream);
+    Judge(script, result, wasHit, code, stream, unharmed);
     if (result.created == 0) {
       EXPECT_EQ(FirstFailure(result) + 1, steps.size());
     }
@@ -193,10 +194,11 @@ constexpr QiroK7MError kOwnCode = 4711;
 TEST(WriterOrders, EveryCallOfTheStreamMayFail) {
   SweepOrders(5, [](const Steps& steps, bool isFragmented) {
     const LastStep last = LastStepOf(steps, isFragmented);
+    const UnharmedRun unharmed(steps, isFragmented);
     uint64_t faults = 0;
     for (uint64_t n = last.begin.calls + 1; n <= last.end.calls; ++n) {
       faults +=
-          FailOnce(steps, isFragmented, kOwnCode,
+          FailOnce(steps, isFragmented, unharmed, kOwnCode,
                    [n](MemoryStream& stream, CountingAllocator& memory, WriterScript& script) {
                      stream.FailNth(Call::kAny, n, kOwnCode);
                      script.Run(stream, memory.Record());
@@ -210,10 +212,11 @@ TEST(WriterOrders, EveryCallOfTheStreamMayFail) {
 TEST(WriterOrders, EveryRequestToTheClientsAllocatorMayFail) {
   SweepOrders(6, [](const Steps& steps, bool isFragmented) {
     const LastStep last = LastStepOf(steps, isFragmented);
+    const UnharmedRun unharmed(steps, isFragmented);
     uint64_t faults = 0;
     for (uint64_t n = last.begin.requests + 1; n <= last.end.requests; ++n) {
       faults +=
-          FailOnce(steps, isFragmented, kQiroK7MErrorOutOfMemory,
+          FailOnce(steps, isFragmented, unharmed, kQiroK7MErrorOutOfMemory,
                    [n](MemoryStream& stream, CountingAllocator& memory, WriterScript& script) {
                      memory.FailNth(n);
                      script.Run(stream, memory.Record());
@@ -228,10 +231,11 @@ TEST(WriterOrders, EveryAllocationByTheGlobalOperatorsMayFail) {
   ASSERT_TRUE(HeapIsWatched());
   SweepOrders(6, [](const Steps& steps, bool isFragmented) {
     const LastStep last = LastStepOf(steps, isFragmented);
+    const UnharmedRun unharmed(steps, isFragmented);
     uint64_t faults = 0;
     for (uint64_t n = last.begin.allocations + 1; n <= last.end.allocations; ++n) {
       faults +=
-          FailOnce(steps, isFragmented, kQiroK7MErrorOutOfMemory,
+          FailOnce(steps, isFragmented, unharmed, kQiroK7MErrorOutOfMemory,
                    [n](MemoryStream& stream, CountingAllocator& memory, WriterScript& script) {
                      const QiroK7MAllocatorCallBacks record = memory.Record();
                      const HeapFault fault(n);
@@ -253,7 +257,7 @@ TEST(WriterOrders, ADestructionMayFailToCloseTheStream) {
     stream.FailNth(Call::kClose, 1, kOwnCode);
     script.Run(stream, memory.Record());
     EXPECT_TRUE(stream.FaultHit());
-    Judge(script, script.Result(), true, kOwnCode, stream);
+    Judge(script, script.Result(), true, kOwnCode, stream, UnharmedRun(steps, isFragmented));
     EXPECT_EQ(memory.LiveBlocks(), 0u);
     return 2;
   });

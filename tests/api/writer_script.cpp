@@ -18,6 +18,7 @@ void WriterScript::Prepare() {
   result_.hasHandles.reserve(steps_.size());
   result_.releases.assign(steps_.size(), -1);
   result_.callsBehindStep.reserve(steps_.size());
+  result_.changesBehindStep.reserve(steps_.size());
   trackCount_ = 0;
   std::fill_n(tracks_, kMaxTracks, nullptr);
   std::fill_n(descriptors_, kMaxTracks, nullptr);
@@ -35,6 +36,7 @@ void WriterScript::Run(MemoryStream& stream, const QiroK7MAllocatorCallBacks& me
     result_.codes.push_back(DoStep(i, writer));
     result_.releases[i] = buffers_[i]->Releases();
     result_.callsBehindStep.push_back(stream.Count(Call::kAny));
+    result_.changesBehindStep.push_back(stream.Journal().size());
   }
   QiroK7MDestroyWriter(writer);
   result_.callsBehindDestroy = stream.Count(Call::kAny);

@@ -37,6 +37,7 @@ struct ScriptResult {
   std::vector<bool> hasHandles;           // Whether the step's track and descriptor exist.
   std::vector<int> releases;              // By step; -1: the step was not reached.
   std::vector<uint64_t> callsBehindStep;  // Calls of the stream so far, by step.
+  std::vector<size_t> changesBehindStep;  // The same for the changes in its journal.
   uint64_t callsBehindDestroy = 0;
 };
 

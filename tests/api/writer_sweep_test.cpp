@@ -10,21 +10,22 @@ namespace {
 constexpr uint32_t kScriptCount = 24;
 constexpr QiroK7MError kOwnCode = 4711;
 
-/// Runs `sweep(script)` for orders of calls that all get through without a fault.
+/// Runs `sweep(script, unharmed)` for orders of calls that all get through without a fault.
 template <class SweepOne>
 void ForEachScript(SweepOne sweep) {
   uint64_t faults = 0;
   for (uint32_t seed = 1; seed <= kScriptCount && !::testing::Test::HasFailure(); ++seed) {
     SCOPED_TRACE("script " + std::to_string(seed));
     WriterScript script(RandomScript(seed));
-    faults += sweep(script);
+    faults += sweep(script, UnharmedRun(RandomScript(seed)));
   }
   EXPECT_GT(faults, kScriptCount * 10u);
   ::testing::Test::RecordProperty("faults", std::to_string(faults));
 }
 
 template <class Arm>
-uint64_t SweepStreamOf(WriterScript& script, QiroK7MError code, Arm arm) {
+uint64_t SweepStreamOf(WriterScript& script, const UnharmedRun& unharmed, QiroK7MError code,
+                       Arm arm) {
   return Sweep([&](uint64_t n) {
     bool wasHit = false;
     {
@@ -34,7 +35,7 @@ uint64_t SweepStreamOf(WriterScript& script, QiroK7MError code, Arm arm) {
       arm(stream, n);
       script.Run(stream, memory.Record());
       wasHit = stream.FaultHit();
-      Judge(script, script.Result(), wasHit, code, stream);
+      Judge(script, script.Result(), wasHit, code, stream, unharmed);
       EXPECT_EQ(memory.LiveBlocks(), 0u);
       EXPECT_EQ(memory.BadReleases(), 0u);
     }
@@ -44,37 +45,38 @@ uint64_t SweepStreamOf(WriterScript& script, QiroK7MError code, Arm arm) {
 }
 
 TEST(WriterSweep, EveryCallOfTheStreamFails) {
-  ForEachScript([](WriterScript& script) {
-    return SweepStreamOf(script, kOwnCode, [](MemoryStream& stream, uint64_t n) {
+  ForEachScript([](WriterScript& script, const UnharmedRun& unharmed) {
+    return SweepStreamOf(script, unharmed, kOwnCode, [](MemoryStream& stream, uint64_t n) {
       stream.FailNth(Call::kAny, n, kOwnCode);
     });
   });
 }
 
 TEST(WriterSweep, EveryCallOfTheStreamFromTheNthOnFails) {
-  ForEachScript([](WriterScript& script) {
-    return SweepStreamOf(script, kOwnCode, [](MemoryStream& stream, uint64_t n) {
+  ForEachScript([](WriterScript& script, const UnharmedRun& unharmed) {
+    return SweepStreamOf(script, unharmed, kOwnCode, [](MemoryStream& stream, uint64_t n) {
       stream.FailNth(Call::kWrite, n, kOwnCode, true);
     });
   });
 }
 
 TEST(WriterSweep, EverySeekFails) {
-  ForEachScript([](WriterScript& script) {
-    return SweepStreamOf(
-        script, 5, [](MemoryStream& stream, uint64_t n) { stream.FailNth(Call::kSeek, n, 5); });
+  ForEachScript([](WriterScript& script, const UnharmedRun& unharmed) {
+    return SweepStreamOf(script, unharmed, 5, [](MemoryStream& stream, uint64_t n) {
+      stream.FailNth(Call::kSeek, n, 5);
+    });
   });
 }
 
 TEST(WriterSweep, EveryWriteIsShort) {
-  ForEachScript([](WriterScript& script) {
-    return SweepStreamOf(script, kQiroK7MErrorWriteFailed,
+  ForEachScript([](WriterScript& script, const UnharmedRun& unharmed) {
+    return SweepStreamOf(script, unharmed, kQiroK7MErrorWriteFailed,
                          [](MemoryStream& stream, uint64_t n) { stream.ShortenNthWrite(n); });
   });
 }
 
 TEST(WriterSweep, EveryRequestToTheClientsAllocatorFails) {
-  ForEachScript([](WriterScript& script) {
+  ForEachScript([](WriterScript& script, const UnharmedRun& unharmed) {
     return Sweep([&](uint64_t n) {
       CountingAllocator memory;
       {
@@ -82,7 +84,8 @@ TEST(WriterSweep, EveryRequestToTheClientsAllocatorFails) {
         script.Prepare();
         memory.FailNth(n);
         script.Run(stream, memory.Record());
-        Judge(script, script.Result(), memory.FaultHit(), kQiroK7MErrorOutOfMemory, stream);
+        Judge(script, script.Result(), memory.FaultHit(), kQiroK7MErrorOutOfMemory, stream,
+              unharmed);
       }
       script.Forget();
       EXPECT_EQ(memory.LiveBlocks(), 0u);
@@ -95,7 +98,7 @@ TEST(WriterSweep, EveryRequestToTheClientsAllocatorFails) {
 TEST(WriterSweep, EveryRequestToTheGlobalOperatorsFails) {
   ASSERT_TRUE(HeapIsWatched());
   for (const bool withAllocator : {true, false}) {
-    ForEachScript([withAllocator](WriterScript& script) {
+    ForEachScript([withAllocator](WriterScript& script, const UnharmedRun& unharmed) {
       return Sweep([&](uint64_t n) {
         bool wasHit = false;
         {
@@ -107,7 +110,7 @@ TEST(WriterSweep, EveryRequestToTheGlobalOperatorsFails) {
             script.Run(stream, withAllocator ? memory.Record() : QiroK7MAllocatorCallBacks());
             wasHit = fault.Hit();
           }
-          Judge(script, script.Result(), wasHit, kQiroK7MErrorOutOfMemory, stream);
+          Judge(script, script.Result(), wasHit, kQiroK7MErrorOutOfMemory, stream, unharmed);
           EXPECT_EQ(memory.LiveBlocks(), 0u);
         }
         script.Forget();
@@ -118,7 +121,7 @@ TEST(WriterSweep, EveryRequestToTheGlobalOperatorsFails) {
 }
 
 TEST(WriterSweep, AStreamThatFailsWithAHarmlessCodeLeavesTheWriterGood) {
-  ForEachScript([](WriterScript& script) {
+  ForEachScript([](WriterScript& script, const UnharmedRun&) {
     return Sweep([&](uint64_t n) {
       bool wasHit = false;
       {

@@ -39,7 +39,7 @@ void ExpectBuffersBack(const WriterScript& script, const ScriptResult& result) {
 }
 
 void Judge(const WriterScript& script, const ScriptResult& result, bool wasHit, QiroK7MError code,
-           const MemoryStream& stream) {
+           const MemoryStream& stream, const UnharmedRun& unharmed) {
   EXPECT_FALSE(stream.IsOpen());
   // A stream that could not be opened is closed all the same.
   const bool failedToOpen = result.created != 0 && stream.Count(Call::kAny) == 2;
@@ -51,6 +51,7 @@ void Judge(const WriterScript& script, const ScriptResult& result, bool wasHit, 
     return;
   }
   ExpectBuffersBack(script, result);
+  if (wasHit) unharmed.ExpectKept(result, stream);
   const size_t failed = FirstFailure(result);
   if (failed < result.codes.size()) {
     EXPECT_TRUE(wasHit);

@@ -4,6 +4,7 @@
 #define K7M_TESTS_API_WRITER_VERDICT_H
 
 #include "writer_script.h"
+#include "writer_unharmed.h"
 
 namespace k7mtest {
 
@@ -13,9 +14,10 @@ size_t FirstFailure(const ScriptResult& result);
 /// Every buffer that was handed over has come back once.
 void ExpectBuffersBack(const WriterScript& script, const ScriptResult& result);
 
-/// `code` is what the fault answers; it must make a writer bad.
+/// `code` is what the fault answers; it must make a writer bad. `unharmed`: the same calls without
+/// a fault.
 void Judge(const WriterScript& script, const ScriptResult& result, bool wasHit, QiroK7MError code,
-           const MemoryStream& stream);
+           const MemoryStream& stream, const UnharmedRun& unharmed);
 
 }  // namespace k7mtest
 

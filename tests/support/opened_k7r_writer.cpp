@@ -18,22 +18,24 @@ OpenedK7RWriter::OpenedK7RWriter(const QiroK7MDocInfo& info)
         return result;
       }) {}
 
-OpenedK7RWriter::OpenedK7RWriter(const Bytes& file, uint64_t keepLimit)
-    : OpenedK7RWriter(file, keepLimit, std::make_unique<uint64_t>(kNotTold)) {}
+OpenedK7RWriter::OpenedK7RWriter(const Bytes& file, uint64_t keepLimit, bool keepsJournal)
+    : OpenedK7RWriter(file, keepLimit, keepsJournal, std::make_unique<uint64_t>(kNotTold)) {}
 
-OpenedK7RWriter::OpenedK7RWriter(const Bytes& file, uint64_t keepLimit,
+OpenedK7RWriter::OpenedK7RWriter(const Bytes& file, uint64_t keepLimit, bool keepsJournal,
                                  std::unique_ptr<uint64_t> lastFragment)
-    : OpenedWriter(file,
-                   [&](const QiroK7MIOStreamCallBacks& stream,
-                       const QiroK7MAllocatorCallBacks& memory, QiroK7MWriter** writer) {
-                     const int reserved = 0;
-                     QiroK7RWriter* opened = nullptr;
-                     const QiroK7MError result = QiroK7RDocOpenForAppend(
-                         &stream, &reserved, &memory, keepLimit, lastFragment.get(), &opened);
-                     EXPECT_EQ(QiroK7RWriterGetK7MWriterRef(opened, writer), 0u);
-                     EXPECT_EQ(*lastFragment == kNotTold, result != 0);
-                     return result;
-                   }),
+    : OpenedWriter(
+          file,
+          [&](const QiroK7MIOStreamCallBacks& stream, const QiroK7MAllocatorCallBacks& memory,
+              QiroK7MWriter** writer) {
+            const int reserved = 0;
+            QiroK7RWriter* opened = nullptr;
+            const QiroK7MError result = QiroK7RDocOpenForAppend(
+                &stream, &reserved, &memory, keepLimit, lastFragment.get(), &opened);
+            EXPECT_EQ(QiroK7RWriterGetK7MWriterRef(opened, writer), 0u);
+            EXPECT_EQ(*lastFragment == kNotTold, result != 0);
+            return result;
+          },
+          keepsJournal),
       lastFragment_(*lastFragment) {}
 
 std::vector<QiroK7MTrack*> OpenedK7RWriter::DescribedTracks() {

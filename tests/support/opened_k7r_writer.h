@@ -26,8 +26,9 @@ class OpenedK7RWriter : public OpenedWriter {
   explicit OpenedK7RWriter(uint32_t movieTimeScale = 1000)
       : OpenedK7RWriter(DocInfoOf(movieTimeScale)) {}
   explicit OpenedK7RWriter(const QiroK7MDocInfo& info);
-  /// Opens a file to continue it.
-  explicit OpenedK7RWriter(const Bytes& file, uint64_t keepLimit = ~uint64_t{0});
+  /// Opens a file to continue it. The journal of the stream may begin with what opening changes.
+  explicit OpenedK7RWriter(const Bytes& file, uint64_t keepLimit = ~uint64_t{0},
+                           bool keepsJournal = false);
   ~OpenedK7RWriter();
 
   QiroK7RWriter* K7R() const { return reinterpret_cast<QiroK7RWriter*>(Handle()); }
@@ -67,7 +68,8 @@ class OpenedK7RWriter : public OpenedWriter {
  private:
   static constexpr uint64_t kNotTold = 0xEEEEEEEEEEEEEEEE;
 
-  OpenedK7RWriter(const Bytes& file, uint64_t keepLimit, std::unique_ptr<uint64_t> lastFragment);
+  OpenedK7RWriter(const Bytes& file, uint64_t keepLimit, bool keepsJournal,
+                  std::unique_ptr<uint64_t> lastFragment);
   QiroK7MDataBuffer* Keep(const Bytes& data);
   QiroK7MError Judge(QiroK7MError result);
 

@@ -110,7 +110,11 @@ class OpenedWriter {
   using Creator = std::function<QiroK7MError(
       const QiroK7MIOStreamCallBacks&, const QiroK7MAllocatorCallBacks&, QiroK7MWriter** writer)>;
   /// On a stream that holds `content`.
-  OpenedWriter(const Bytes& content, const Creator& create) : stream_(content) { Create(create); }
+  OpenedWriter(const Bytes& content, const Creator& create, bool keepsJournal = false)
+      : stream_(content) {
+    if (keepsJournal) stream_.StartJournal();
+    Create(create);
+  }
 
  private:
   void Create(const Creator& create);

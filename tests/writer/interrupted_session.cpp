@@ -1,6 +1,9 @@
 #include "interrupted_session.h"
 
+#include <gtest/gtest.h>
+
 #include <random>
+#include <string>
 
 namespace k7mtest {
 namespace {
@@ -26,6 +29,8 @@ const Mark* Session::LastMark(size_t changeCount) const {
 }
 
 Bytes FileAfter(const Session& session, const Interruption& interruption) {
+  static uint64_t count = 0;  // In this program; told to whoever reads the results as XML.
+  ::testing::Test::RecordProperty("interruptedFiles", std::to_string(++count));
   MemoryStream stream(session.begin);
   for (size_t i = 0; i < interruption.changes; ++i) {
     Make(session.changes[i], session.changes[i].bytes.Size(), stream);
@@ -77,6 +82,12 @@ std::vector<Interruption> OutOfOrderInterruptions(const Session& session, size_t
     }
   }
   return all;
+}
+
+std::vector<ReadSample> SamplesOf(QiroK7MError asked, QiroK7MSampleIterator* samples,
+                                  QiroK7MError& failure) {
+  failure = asked;
+  return asked == 0 ? Drain(samples, true, &failure) : std::vector<ReadSample>();
 }
 
 }  // namespace k7mtest

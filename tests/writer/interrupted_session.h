@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "support/memory_stream.h"
+#include "support/opened_reader.h"
 
 namespace k7mtest {
 
@@ -41,6 +42,10 @@ std::vector<Interruption> EveryInterruption(const Session& session);
 /// For every mark and for what was changed behind it up to the next one: each change alone, all but
 /// each one, and `count` random choices.
 std::vector<Interruption> OutOfOrderInterruptions(const Session& session, size_t count);
+
+/// The samples of a query up to its failure, which goes to `failure`.
+std::vector<ReadSample> SamplesOf(QiroK7MError asked, QiroK7MSampleIterator* samples,
+                                  QiroK7MError& failure);
 
 }  // namespace k7mtest
 
