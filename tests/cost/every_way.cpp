@@ -238,6 +238,8 @@ uint64_t Use(Way way, const Bytes& content, const QiroK7MAllocatorCallBacks& mem
   const QiroK7MIStreamCallBacks reading = file.Reading();
   const QiroK7MIStreamCallBacks index = indexFile.Reading();
   if (way == Way::kRead || way == Way::kReadByTheStandardsRules) {
+    uint32_t isK7M = 0;
+    asker.Ok(QiroK7MDocIsK7M(&reading, &memory, &isK7M));
     const QiroK7MReadOptions options{sizeof(options), way == Way::kRead ? 0u : 3u};
     QiroK7MReader* reader = nullptr;
     if (asker.Ok(
