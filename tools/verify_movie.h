@@ -34,10 +34,11 @@ struct VerifiedTrack {
   uint64_t descriptionCount = 0;
   bool hasMediaElsewhere = false;  ///< In other files.
   VerifiedTable edits;
-  uint64_t sampleCount = 0;    ///< Of the tables.
-  uint64_t tableDuration = 0;  ///< Of 'stts'.
-  uint64_t shownFrom = 0;      ///< Composition time of the first sample to be shown.
-  uint64_t shownUntil = 0;     ///< Composition time at which the last one ends.
+  uint64_t sampleCount = 0;              ///< Of the tables.
+  uint64_t tableDuration = 0;            ///< Of 'stts'.
+  uint64_t shownFrom = 0;                ///< Composition time of the first sample to be shown.
+  uint64_t shownUntil = 0;               ///< Composition time at which the last one ends.
+  std::optional<uint64_t> fragmentsEnd;  ///< Decode time; none until fragments have been read.
 };
 
 /// What 'trex' sets for the fragments of a track.

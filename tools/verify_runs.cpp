@@ -266,6 +266,11 @@ void FragmentReading::Place(VerifiedRun* run, uint32_t trackIndex) {
 }
 
 void FragmentReading::Finish() {
+  for (const auto& [index, end] : ends_) all_.movie.tracks[index].fragmentsEnd = end;
+  CheckDuration();
+}
+
+void FragmentReading::CheckDuration() {
   const VerifiedBox* const mehd = ChildOf(ChildOf(all_.movie.moov, FourCc("mvex")), FourCc("mehd"));
   if (mehd == nullptr || ends_.empty() || all_.movie.timeScale == 0) return;
   const bool isLong = all_.file.At(mehd->Payload(), 1) != 0;

@@ -16,12 +16,17 @@ constexpr Rule kMovieDuration = {Severity::kWarning, "movie-duration",
                                  "players show a wrong length"};
 constexpr Rule kEditTime = {Severity::kError, "edit-media-time",
                             "players refuse the edit list or play the track from its begin"};
+constexpr Rule kEditRate = {Severity::kWarning, "edit-rate",
+                            "players show it at the normal rate, or not at all"};
 constexpr Rule kEditPastMedia = {Severity::kWarning, "edit-past-media",
                                  "players freeze or show nothing where there are no samples"};
 
 // Durations are rounded to the units of two scales, and encoders count the last sample as they
 // like.
 constexpr double kTolerance = 0.1;
+// The last samples of the fragments may be shown later than they are decoded.
+constexpr double kFragmentTolerance = 1;
+constexpr double kNormalRate = 1;
 
 double InSeconds(uint64_t value, uint32_t scale) {
   return scale == 0 ? 0 : static_cast<double>(value) / scale;
@@ -49,7 +54,7 @@ class TrackTimes {
     }
     if (movieScale_ == 0) return;
     const double ofEdits =
-        CheckEdits(isWhole ? InSeconds(track_.shownUntil, track_.timeScale) : HUGE_VAL);
+        CheckEdits(isWhole ? InSeconds(track_.shownUntil, track_.timeScale) : EndOfFragments());
     if (!track_.duration || (isFragmented_ && (*track_.duration == 0 || ofEdits == 0))) return;
     const double told = InSeconds(*track_.duration, movieScale_);
     if (track_.edits.count == 0 && isWhole) CompareWithSamples(kTrackDuration, *track_.tkhd, told);
@@ -73,6 +78,12 @@ class TrackTimes {
     });
   }
 
+  // In seconds; without fragments nothing is known.
+  double EndOfFragments() const {
+    if (!isFragmented_ || !track_.fragmentsEnd) return HUGE_VAL;
+    return InSeconds(*track_.fragmentsEnd, track_.timeScale);
+  }
+
   // All segments together, in seconds.
   double CheckEdits(double mediaSeconds) {
     double sum = 0;
@@ -88,21 +99,35 @@ class TrackTimes {
     const uint64_t stored = file_.At(place + width, width);
     const int64_t mediaTime = isLong ? static_cast<int64_t>(stored)
                                      : int64_t{static_cast<int32_t>(static_cast<uint32_t>(stored))};
-    const auto name = [&] { return "edit " + std::to_string(index + 1); };
     if (mediaTime < -1) {
       findings_.Add(kEditTime, track_.edits.box, place,
-                    [&] { return name() + " begins at " + std::to_string(mediaTime); });
+                    [&] { return NameOf(index) + " begins at " + std::to_string(mediaTime); });
     }
     if (mediaTime < 0) return segment;
-    const double end = InSeconds(static_cast<uint64_t>(mediaTime), track_.timeScale) + segment;
-    if (end > mediaSeconds + kTolerance) {
+    const double rate = CheckRate(index, place + uint64_t{2} * width);
+    // In a live file the segment is as long as the fragments will be.
+    if (isFragmented_ && segment == 0) return segment;
+    const double end =
+        InSeconds(static_cast<uint64_t>(mediaTime), track_.timeScale) + segment * rate;
+    if (end > mediaSeconds + (isFragmented_ ? kFragmentTolerance : kTolerance)) {
       findings_.Add(kEditPastMedia, track_.edits.box, place, [&] {
-        return name() + " shows the media up to " + SecondsOf(end) + ", they end at " +
+        return NameOf(index) + " shows the media up to " + SecondsOf(end) + ", they end at " +
                SecondsOf(mediaSeconds);
       });
     }
     return segment;
   }
+
+  // An edit shows media at their normal rate, or one picture for all its time: rate 0.
+  double CheckRate(uint64_t index, uint64_t place) {
+    const double rate = static_cast<int32_t>(file_.U32At(place)) / 65536.0;
+    if (rate == kNormalRate || rate == 0) return rate;
+    findings_.Add(kEditRate, track_.edits.box, place,
+                  [&] { return NameOf(index) + " has the rate " + NumberText(rate); });
+    return kNormalRate;
+  }
+
+  static std::string NameOf(uint64_t index) { return "edit " + std::to_string(index + 1); }
 
   const VerifiedTrack& track_;
   uint32_t movieScale_;

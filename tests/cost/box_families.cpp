@@ -100,7 +100,7 @@ std::vector<BadFile> RepeatedBoxes(uint32_t size) {
   }
   add("sdtp", InStbl(Times(size, FullBox("sdtp", 0, 0, Bytes().Fill(3)))));
   Movie tracks{.timeScale = 1000};
-  for (uint32_t i = 0; i < size / 8; ++i) tracks.tracks.push_back(SteadyTrack(2));
+  for (uint32_t i = 0; i < size / 2; ++i) tracks.tracks.push_back(SteadyTrack(2));
   for (Track& track : tracks.tracks) track.id = 1;
   add("tracks of one number", BuildMovie(tracks).bytes);
   const Bytes run = DefaultRun(1);

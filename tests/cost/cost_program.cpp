@@ -38,7 +38,7 @@ int main(int argc, char** argv) {
   for (const Load& load : all) {
     std::printf("%u %s\n", load.size, load.file.name.c_str());
     CALLGRIND_ZERO_STATS;
-    k7mtest::UseInEveryWay(load.file.bytes, load.size / 4);
+    k7mtest::UseInEveryWay(load.file.bytes, load.size);
     CALLGRIND_DUMP_STATS;
   }
   return all.empty() ? 2 : 0;

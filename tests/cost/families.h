@@ -42,6 +42,7 @@ std::vector<BadFile> ExtremeTimes(uint32_t size);
 std::vector<BadFile> ExtremeScales(uint32_t size);
 std::vector<BadFile> BadFragments(uint32_t size);
 std::vector<BadFile> BadRecordings(uint32_t size);
+std::vector<BadFile> BadIndexes(uint32_t size);
 
 }  // namespace k7mtest
 

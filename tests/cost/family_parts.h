@@ -4,6 +4,7 @@
 #define K7M_TESTS_COST_FAMILY_PARTS_H
 
 #include "support/fragment_builder.h"
+#include "support/fragment_file.h"
 
 namespace k7mtest {
 
@@ -49,6 +50,23 @@ inline Bytes FileWithTable(uint32_t count, const std::string& code, const Bytes&
   }
   return FileWith(track);
 }
+
+/// A table whose entries are all of one size.
+struct Table {
+  const char* code;
+  uint32_t entrySize;
+  uint32_t fieldsBeforeCount;  // Each of 4 bytes.
+};
+inline constexpr Table kTables[] = {{"stts", 8, 0}, {"ctts", 8, 0}, {"stss", 4, 0}, {"stsz", 4, 1},
+                                    {"stco", 4, 0}, {"co64", 8, 0}, {"stsc", 12, 0}};
+
+inline Bytes TableOf(const Table& table, uint32_t count, const Bytes& entries) {
+  return FullBox(table.code, 0, 0, Bytes().Fill(4 * size_t{table.fieldsBeforeCount}).U32(count),
+                 entries);
+}
+
+/// The recording that is in order, beside the bad files.
+inline FragmentFile GoodRecording() { return SomeFragments(8); }
 
 inline Bytes FragmentedFile(const Bytes& fragments,
                             const Trex& defaults = {.duration = 10, .size = 4}) {

@@ -1,6 +1,5 @@
 #include "families.h"
 #include "family_parts.h"
-#include "support/fragment_file.h"
 
 namespace k7mtest {
 
@@ -35,13 +34,13 @@ std::vector<BadFile> BadFragments(uint32_t size) {
   movie.tracks[0].edits.assign(size, {.segmentDuration = 15, .mediaTime = 10});
   files.push_back(
       {"many edits", BuildMovie(movie).bytes + Times(size, Moof(Traf(0, Tfhd{}, run)))});
-  Movie tracks = FragmentedMovie(std::vector<Track>(size / 16 + 1, {.duration = 1000}),
+  Movie tracks = FragmentedMovie(std::vector<Track>(size / 4 + 1, {.duration = 1000}),
                                  {.duration = 10, .size = 4});
   const Bytes each =
-      Times(size / 16, [&](uint32_t i) { return Moof(Traf(0, Tfhd{.trackId = i + 1}, run)); });
+      Times(size / 4, [&](uint32_t i) { return Moof(Traf(0, Tfhd{.trackId = i + 1}, run)); });
   files.push_back({"many tracks", BuildMovie(tracks).bytes + each});
   files.push_back(
-      {"many tracks in one", BuildMovie(tracks).bytes + Moof(Times(size / 16, [&](uint32_t i) {
+      {"many tracks in one", BuildMovie(tracks).bytes + Moof(Times(size / 4, [&](uint32_t i) {
                                return Traf(0, Tfhd{.trackId = i + 1}, run);
                              }))});
   return files;
@@ -82,7 +81,8 @@ std::vector<Family> AllFamilies() {
           {"MisplacedBoxes", MisplacedBoxes}, {"DescriptionsOutOfRange", DescriptionsOutOfRange},
           {"ChunkMaps", ChunkMaps},           {"ExtremeEdits", ExtremeEdits},
           {"ExtremeTimes", ExtremeTimes},     {"ExtremeScales", ExtremeScales},
-          {"BadFragments", BadFragments},     {"BadRecordings", BadRecordings}};
+          {"BadFragments", BadFragments},     {"BadRecordings", BadRecordings},
+          {"BadIndexes", BadIndexes}};
 }
 
 }  // namespace k7mtest

@@ -2,9 +2,36 @@
 
 #include <algorithm>
 
+#include "support/box_finder.h"
+
 namespace k7mtest {
 
 using Json = nlohmann::json;
+
+namespace {
+
+// "moov/trak[2]" as "moov/trak#2".
+std::string FinderPath(std::string path) {
+  std::replace(path.begin(), path.end(), '[', '#');
+  path.erase(std::remove(path.begin(), path.end(), ']'), path.end());
+  return path;
+}
+
+void ExpectInPlace(const BrokenFile& file, const Bytes& bytes, const Json& places) {
+  ASSERT_FALSE(places.empty());
+  if (file.offset) {
+    EXPECT_EQ(places[0]["offset"], file.offset(bytes));
+    return;
+  }
+  const BoxPlace box = PlaceOf(bytes, FinderPath(file.path));
+  ASSERT_NE(box.size, 0u) << "no box to compare with, and no offset";
+  for (const Json& place : places) {
+    EXPECT_GE(place["offset"], box.offset) << place;
+    EXPECT_LT(place["offset"], box.offset + box.size) << place;
+  }
+}
+
+}  // namespace
 
 std::set<std::string> Verdict::Rules() const {
   std::set<std::string> rules;
@@ -39,13 +66,14 @@ std::string NameOf(const testing::TestParamInfo<BrokenFile>& info) {
 }
 
 void ExpectFound(const BrokenFile& file) {
-  const Verdict verdict = Verify(file.make());
+  const Bytes bytes = file.make();
+  const Verdict verdict = Verify(bytes);
   EXPECT_EQ(verdict.exitCode, file.exitCode) << verdict.json.dump(2);
   EXPECT_EQ(verdict.err, "");
   const Json finding = verdict.Finding(file.rule);
   ASSERT_FALSE(finding.is_null()) << verdict.json.dump(2);
   EXPECT_EQ(finding["path"], file.path) << finding.dump(2);
-  EXPECT_FALSE(finding["places"].empty());
+  ExpectInPlace(file, bytes, finding["places"]);
   EXPECT_NE(finding["consequence"], "");
   for (const std::string& rule : verdict.Rules()) {
     EXPECT_TRUE(rule == file.rule || file.others.count(rule) != 0) << rule << "\n"

@@ -38,6 +38,9 @@ struct BrokenFile {
   std::function<Bytes()> make;
   /// Rules that the file cannot help breaking as well.
   std::set<std::string> others = {};
+  /// Where the first place is, from the bytes of the file. Without it all places must lie in the
+  /// box that is named.
+  std::function<uint64_t(const Bytes&)> offset = {};
 };
 std::ostream& operator<<(std::ostream& out, const BrokenFile& file);
 

@@ -1,6 +1,7 @@
 // `k7m verify`: boxes that do not fit, are not there, or stand where they should not.
 #include "small_fragments.h"
 #include "small_movie.h"
+#include "support/box_finder.h"
 #include "verified_file.h"
 
 namespace k7mtest {
@@ -40,6 +41,10 @@ Bytes WithoutFileType() {
   return With([](Movie& movie) { movie.replace["ftyp"] = Bytes(); });
 }
 
+// Where what stands behind the small file begins.
+uint64_t BehindSmallFile(const Bytes&) { return SmallFile().Size(); }
+uint64_t AtBegin(const Bytes&) { return 0; }
+
 class BrokenBoxes : public testing::TestWithParam<BrokenFile> {};
 
 TEST_P(BrokenBoxes, AreFound) { ExpectFound(GetParam()); }
@@ -62,23 +67,40 @@ const BrokenFile kBrokenBoxes[] = {
      [] {
        return SmallFile() + LyingBox("free", 100, Bytes{1, 2});
      },
-     {"not-readable"}},
-    {"media-past-end", "file", 3, LongMedia},
-    {"stray-bytes", "file", 3,
+     {"not-readable"},
+     BehindSmallFile},
+    {"media-past-end",
+     "file",
+     3,
+     LongMedia,
+     {},
+     [](const Bytes&) { return BuildMovie(SmallMovie()).mdatOffset; }},
+    {"stray-bytes",
+     "file",
+     3,
      [] {
        return SmallFile() + Bytes{1, 2, 3};
-     }},
+     },
+     {},
+     BehindSmallFile},
     {"stray-bytes", "moov", 3,
      [] {
        return InMoov(Bytes{1, 2, 3});
      }},
-    {"trailing-bytes", "file", 3, [] { return SmallFile() + Bytes().Fill(64); }},
+    {"trailing-bytes",
+     "file",
+     3,
+     [] { return SmallFile() + Bytes().Fill(64); },
+     {},
+     BehindSmallFile},
     {"box-nesting",
      "moov/dref/dref/dref/dref/dref/dref/dref/dref/dref/dref/dref/dref/dref/dref/dref/dref/dref/"
      "dref/dref/dref/dref/dref/dref/dref/dref/dref/dref/dref/dref/dref/dref",
      1,
      DeepFile,
-     {"not-readable"}},
+     {"not-readable"},
+     // The 31st; each has 16 bytes in front of the next.
+     [](const Bytes& file) { return PlaceOf(file, "moov/dref").offset + 30 * 16; }},
     {"box-missing",
      "moov/trak[2]/mdia/minf/stbl",
      1,
@@ -103,16 +125,20 @@ const BrokenFile kBrokenBoxes[] = {
     {"box-misplaced", "moov/trak[1]/stss", 3,
      [] { return InTrack(FullBox("stss", 0, 0, Stss{.numbers = {1}})); }},
     {"box-misplaced", "trak", 3, [] { return SmallFile() + Box("trak"); }, {"not-readable"}},
-    {"moov-missing", "file", 1,
+    {"moov-missing",
+     "file",
+     1,
      [] {
        return Box("ftyp", Ftyp{}) + Box("mdat", Bytes{1, 2});
-     }},
+     },
+     {},
+     AtBegin},
     {"moof-without-moov",
      "moof[1]",
      1,
      [] { return Box("ftyp", Ftyp{}) + SmallFragments(); },
      {"fragment-sequence"}},
-    {"ftyp-missing", "file", 3, WithoutFileType},
+    {"ftyp-missing", "file", 3, WithoutFileType, {}, AtBegin},
     {"ftyp-not-first", "ftyp", 3, [] { return WithoutFileType() + Box("ftyp", Ftyp{}); }},
     {"fields-truncated",
      "moov/trak[2]/mdia/mdhd",
@@ -121,7 +147,7 @@ const BrokenFile kBrokenBoxes[] = {
        return WithBox("mdhd", Box("mdhd", Bytes{0, 0, 0, 0, 1, 2}));
      },
      {"not-readable"}},
-    {"not-readable", "file", 1, [] { return InMoov(Box("stsd")); }, {"box-misplaced"}},
+    {"not-readable", "file", 1, [] { return InMoov(Box("stsd")); }, {"box-misplaced"}, AtBegin},
 };
 
 INSTANTIATE_TEST_SUITE_P(Verify, BrokenBoxes, testing::ValuesIn(kBrokenBoxes), NameOf);

@@ -1,5 +1,6 @@
 // `k7m verify`: fragments, and the tables that point at them.
 #include "small_fragments.h"
+#include "support/box_finder.h"
 #include "support/fragment_file.h"
 #include "verified_file.h"
 
@@ -92,6 +93,12 @@ Bytes WithDuration(uint32_t milliseconds, const std::vector<Elst::Entry>& edits 
   return head + Numbered(SmallFragments());
 }
 
+// The fragments end at 200 ms.
+Bytes WithEdit(const Elst::Entry& edit, uint64_t delay = 0) {
+  return Head([&](Movie& movie) { movie.tracks[1].edits = {edit}; }) +
+         Numbered(SmallFragments(delay));
+}
+
 Bytes Sidx(uint32_t firstOffset, const std::vector<uint32_t>& sizes) {
   Bytes fields = Bytes().U32(1).U32(1000).U32(0).U32(firstOffset).U16(0).U16(sizes.size());
   for (const uint32_t size : sizes) fields.U32(size).U32(80).U32(0x90000000);
@@ -163,7 +170,12 @@ const BrokenFile kBrokenFragments[] = {
      1,
      [] { return WithDataOffset(-100000); },
      {"sample-unreadable", "not-readable"}},
-    {"sample-outside-mdat", "moov/trak[1]", 3, [] { return WithDataOffset(-4); }},
+    {"sample-outside-mdat",
+     "moov/trak[1]",
+     3,
+     [] { return WithDataOffset(-4); },
+     {},
+     [](const Bytes& file) { return PlaceOf(file, "mdat").offset + 4; }},
     {"tfra-moof", "mfra/tfra", 1, [] { return WithSeekEntry(0, 1, 1, 1, 1, 3); }},
     {"tfra-sample", "mfra/tfra", 1, [] { return WithSeekEntry(0, 1, 1, 9); }},
     {"tfra-sample", "mfra/tfra", 1, [] { return WithSeekEntry(0, 1, 1, 1, 5); }},
@@ -173,6 +185,14 @@ const BrokenFile kBrokenFragments[] = {
     {"fragment-duration", "moov/mvex/mehd", 3,
      [] {
        return WithDuration(3210, {{2000, -1}, {200, 0}});
+     }},
+    {"edit-past-media", "moov/trak[2]/edts/elst", 3,
+     [] {
+       return WithEdit({1210, 0});
+     }},
+    {"edit-past-media", "moov/trak[2]/edts/elst", 3,
+     [] {
+       return WithEdit({1210, 5000}, 5000);
      }},
     {"mfro-size", "mfra/mfro", 3,
      [] {
@@ -214,7 +234,10 @@ TEST(VerifyFragments, TimesAndDurationsMayBeThoseOfDecodingOrOfShowing) {
   for (const Bytes& file :
        {WithSeekTime(1070), WithSeekTime(3070, {{2000, -1}, {200, 0}}), WithSeekTime(0),
         WithDuration(0), WithDuration(1190), WithDuration(200, {{2000, -1}, {200, 0}}),
-        WithDuration(3190, {{2000, -1}, {200, 0}})}) {
+        WithDuration(3190, {{2000, -1}, {200, 0}}), WithEdit({1190, 0}),
+        WithEdit({1190, 5000}, 5000), WithEdit({0, 5000}), Head([](Movie& movie) {
+          movie.tracks[1].edits = {{5000, 0}};
+        })}) {
     const Verdict verdict = Verify(file);
     EXPECT_EQ(verdict.exitCode, 0) << verdict.json.dump(2);
   }

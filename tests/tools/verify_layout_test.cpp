@@ -2,6 +2,7 @@
 #include <filesystem>
 
 #include "small_movie.h"
+#include "support/box_finder.h"
 #include "verified_file.h"
 
 namespace k7mtest {
@@ -41,20 +42,41 @@ Bytes WithLongChunks(size_t seconds, const char* handler = "soun") {
   return BuildMovie(movie).bytes;
 }
 
+// Where the first chunk of each track lies, by the table.
+uint64_t FirstPicture(const Bytes& file) {
+  return NumberIn(file, "moov/trak#1/mdia/minf/stbl/stco", 16);
+}
+uint64_t FirstSound(const Bytes& file) {
+  return NumberIn(file, "moov/trak#2/mdia/minf/stbl/stco", 16);
+}
+
 class BrokenLayout : public testing::TestWithParam<BrokenFile> {};
 
 TEST_P(BrokenLayout, IsFound) { ExpectFound(GetParam()); }
 
 const BrokenFile kBrokenLayouts[] = {
-    {"sample-outside-mdat", "moov/trak[2]", 3,
+    {"sample-outside-mdat",
+     "moov/trak[2]",
+     3,
      [] {
        return WithSoundOffsets([](Offsets& offsets) { offsets[0] = offsets.back() + 60; }).bytes +
               Box("free", Bytes().Fill(100));
-     }},
-    {"samples-overlap", "moov/trak[2]", 3,
-     [] { return WithSoundOffsets([](Offsets& offsets) { --offsets[0]; }).bytes; }},
-    {"interleaving-time", "moov/trak[2]", 3, [] { return WithLongChunks(30); }},
-    {"interleaving-bytes", "moov/trak[2]", 3, [] { return WithFarSound(10'100'000); }},
+     },
+     {},
+     FirstSound},
+    {"samples-overlap",
+     "moov/trak[2]",
+     3,
+     [] { return WithSoundOffsets([](Offsets& offsets) { --offsets[0]; }).bytes; },
+     {},
+     FirstSound},
+    {"interleaving-time", "moov/trak[2]", 3, [] { return WithLongChunks(30); }, {}, FirstPicture},
+    {"interleaving-bytes",
+     "moov/trak[2]",
+     3,
+     [] { return WithFarSound(10'100'000); },
+     {},
+     FirstSound},
 };
 
 INSTANTIATE_TEST_SUITE_P(Verify, BrokenLayout, testing::ValuesIn(kBrokenLayouts), NameOf);

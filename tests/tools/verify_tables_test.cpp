@@ -1,6 +1,7 @@
 // `k7m verify`: sample tables that do not agree with each other, with the descriptions or with the
 // file.
 #include "small_movie.h"
+#include "support/box_finder.h"
 #include "verified_file.h"
 
 namespace k7mtest {
@@ -83,15 +84,26 @@ const BrokenFile kBrokenTables[] = {
        return WithSoundBox("stsd",
                            FullBox("stsd", 0, 0, Stsd{.entries = {AudioEntry()}, .count = 2}));
      },
-     {"not-readable"}},
+     {"not-readable"},
+     // Where the second would stand.
+     [](const Bytes& file) {
+       const BoxPlace box = PlaceOf(file, "moov/trak#2/mdia/minf/stbl/stsd");
+       return box.offset + box.size;
+     }},
     {"data-reference", "moov/trak[2]/mdia/minf/stbl/stsd", 3,
      [] {
        return WithTrack(1, [](Track& track) {
          track.descriptions = {AudioEntry("mp4a", {.dataReference = 5})};
        });
      }},
-    {"media-elsewhere", "moov/trak[2]/mdia/minf/dinf/dref/url ", 3,
-     [] { return WithReference(FullBox("url ", 0, 0, Bytes().Text("other.mp4").U8(0))); }},
+    {"media-elsewhere",
+     "moov/trak[2]/mdia/minf/dinf/dref/url ",
+     3,
+     [] { return WithReference(FullBox("url ", 0, 0, Bytes().Text("other.mp4").U8(0))); },
+     {},
+     [](const Bytes& file) {
+       return PlaceOf(file, "moov/trak#2/mdia/minf/dinf/dref").offset + 16;
+     }},
     {"stts-count", "moov/trak[2]/mdia/minf/stbl/stts", 1,
      [] {
        return WithSoundBox("stts", FullBox("stts", 0, 0, Stts{.runs = {{9, 20}}}));
