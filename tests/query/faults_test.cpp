@@ -100,9 +100,10 @@ TEST(FailingCallbacks, OfTheFile_AtCreation) {
 }
 
 TEST(FailingCallbacks, OfTheIndex_AtCreation) {
+  const Bytes index = GlobalIndex(File());
   for (const Call call : {Call::kOpen, Call::kRead, Call::kSeek, Call::kTell}) {
     Sweep([&](uint64_t n) {
-      OpenedServicer servicer(File().bytes, GlobalIndex(File()), [&](OpenedServicer& prepared) {
+      OpenedServicer servicer(File().bytes, index, [&](OpenedServicer& prepared) {
         prepared.Index().FailNth(call, n, kClientCode);
       });
       const bool wasHit = servicer.Index().FaultHit();
