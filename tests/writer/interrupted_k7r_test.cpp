@@ -124,14 +124,24 @@ TEST(InterruptedK7RFile, OutOfOrderLosesNoFragmentEither) {
   }
 }
 
-/// How much of a third fragment is there: nothing, some of its 'afra', its 'moof', its 'mdat'.
-constexpr size_t kRests[] = {0, 30, 100, 380, 440};
+/// What is there of a third fragment: nothing, some of its 'afra', its 'moof', its 'mdat'; and some
+/// of an 'mdat' that reaches behind what the next fragment will cover.
+std::vector<Bytes> Rests() {
+  const Recording recording = Record(3);
+  const Bytes third =
+      recording.file.Slice(recording.ends[1], recording.ends[2] - recording.ends[1]);
+  Bytes longer = third;
+  const size_t mdat = PlaceOf(recording.file, "mdat#3").offset - recording.ends[1];
+  longer.Patch(mdat, third.Size() - mdat + 3000);
+  return {
+      {}, Cut(third, 30), Cut(third, 100), Cut(third, third.Size() - 1), longer + Pattern(2000)};
+}
 
-/// Continues a recording of two fragments, with so much of a third behind them.
-K7RSession ContinueK7R(size_t restOfThird) {
+/// Continues a recording of two fragments that has this behind them.
+K7RSession ContinueK7R(const Bytes& rest) {
   K7RSession session;
   const Recording recording = Record(3);
-  session.begin = Cut(recording.file, recording.ends[1] + restOfThird);
+  session.begin = Cut(recording.file, recording.ends[1]) + rest;
   session.starts = {recording.starts[0], recording.starts[1]};
   session.numbers = {0, 1};
   session.marks.push_back({0, 0, 2});
@@ -155,10 +165,10 @@ K7RSession ContinueK7R(size_t restOfThird) {
 }
 
 TEST(InterruptedContinuedK7RFile, LosesNoFragmentForReadersNorForContinuing) {
-  for (const size_t rest : kRests) {
+  for (const Bytes& rest : Rests()) {
     const K7RSession session = ContinueK7R(rest);
     for (const Interruption& interruption : EveryInterruption(session)) {
-      SCOPED_TRACE(std::to_string(rest) + ": " + std::to_string(interruption.changes));
+      SCOPED_TRACE(std::to_string(rest.Size()) + ": " + std::to_string(interruption.changes));
       const Bytes file = FileAfter(session, interruption);
       const size_t fragments = session.LastMark(interruption.changes)->fragments;
       ExpectRead(file, session.FirstNumbers(fragments), interruption.changes >= session.opened);
@@ -169,10 +179,10 @@ TEST(InterruptedContinuedK7RFile, LosesNoFragmentForReadersNorForContinuing) {
 }
 
 TEST(InterruptedContinuedK7RFile, OutOfOrderLosesNoFragmentEither) {
-  for (const size_t rest : kRests) {
+  for (const Bytes& rest : Rests()) {
     const K7RSession session = ContinueK7R(rest);
     for (const Interruption& interruption : OutOfOrderInterruptions(session, 4)) {
-      SCOPED_TRACE(std::to_string(rest) + ": " + std::to_string(interruption.changes));
+      SCOPED_TRACE(std::to_string(rest.Size()) + ": " + std::to_string(interruption.changes));
       const Bytes file = FileAfter(session, interruption);
       const size_t fragments = session.LastMark(interruption.changes)->fragments;
       ExpectRead(file, session.FirstNumbers(fragments), false);
