@@ -48,18 +48,32 @@ void AccessEntries::CheckGlobals(const VerifiedBox& afra, uint64_t place, bool h
   const auto countPlace = static_cast<uint32_t>(place - afra.Payload());
   const VerifiedTable globals = OpenTable(&all_.file, &afra, countPlace, countPlace + 4,
                                           8 + 2 * idWidth + 2 * offsetWidth, &all_.findings);
-  const uint64_t notThere = offsetWidth == 8 ? UINT64_MAX : UINT32_MAX;
   for (uint64_t i = 0; i < globals.count; ++i) {
-    const uint64_t target = all_.file.At(globals.Place(i) + 8 + uint64_t{2} * idWidth, offsetWidth);
-    if (target == notThere ||
-        std::binary_search(afraOffsets_.begin(), afraOffsets_.end(), target)) {
-      continue;
-    }
-    all_.findings.Add(kNoFragment, &afra, globals.Place(i), [&] {
-      return "global entry " + std::to_string(i + 1) + " points at byte " + std::to_string(target) +
-             ", where no 'afra' begins";
-    });
+    const uint64_t offsets = globals.Place(i) + 8 + uint64_t{2} * idWidth;
+    CheckGlobal({&afra, globals.Place(i), i + 1, all_.file.At(offsets, offsetWidth),
+                 all_.file.At(offsets + offsetWidth, offsetWidth),
+                 offsetWidth == 8 ? UINT64_MAX : UINT32_MAX});
   }
+}
+
+void AccessEntries::CheckGlobal(const GlobalEntry& entry) {
+  if (entry.target == entry.notThere) return;
+  const auto found = std::lower_bound(afraOffsets_.begin(), afraOffsets_.end(), entry.target);
+  const auto name = [&] {
+    return "global entry " + std::to_string(entry.number) + " points at byte " +
+           std::to_string(entry.target);
+  };
+  if (found == afraOffsets_.end() || *found != entry.target) {
+    all_.findings.Add(kNoFragment, entry.afra, entry.place,
+                      [&] { return name() + ", where no 'afra' begins"; });
+    return;
+  }
+  const uint64_t end = found + 1 == afraOffsets_.end() ? all_.file.Length() : *(found + 1);
+  if (entry.inside == entry.notThere || entry.inside < end - entry.target) return;
+  all_.findings.Add(kNoSample, entry.afra, entry.place, [&] {
+    return name() + " and " + std::to_string(entry.inside) +
+           " bytes further, behind the fragment there";
+  });
 }
 
 void AccessEntries::Compare(const std::vector<VerifiedRun>& runs) {

@@ -71,8 +71,18 @@ class AccessEntries {
     bool isKey = false;
   };
 
+  struct GlobalEntry {
+    const VerifiedBox* afra = nullptr;
+    uint64_t place = 0;     // Of the entry itself.
+    uint64_t number = 0;    // From 1.
+    uint64_t target = 0;    // Of the other 'afra'.
+    uint64_t inside = 0;    // Of a sample, from that 'afra'.
+    uint64_t notThere = 0;  // What an offset is that is not known.
+  };
+
   bool GatherStarts(const std::vector<VerifiedRun>& runs);
   void CheckGlobals(const VerifiedBox& afra, uint64_t place, bool hasLongIds);
+  void CheckGlobal(const GlobalEntry& entry);
 
   Verification& all_;
   std::vector<uint64_t> afraOffsets_;  // Of the whole file, in file order.

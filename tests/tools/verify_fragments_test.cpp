@@ -120,11 +120,19 @@ Bytes WithAccessEntry(size_t sample, uint64_t shift = 0, bool isKey = true) {
   return file.bytes;
 }
 
-Bytes WithGlobalEntry(uint64_t target) {
-  TestFragment fragment;
-  fragment.afra.globals = {{.afraOffset = target}};
-  return BuildFragmentFile({fragment}).bytes;
+// Two fragments; the first has an entry for a place in the second, `inside` bytes behind its begin.
+Bytes WithGlobalEntry(int shift, uint64_t inside, bool isLong = true) {
+  std::vector<TestFragment> fragments(2);
+  fragments[0].afra.hasLongOffsets = isLong;
+  fragments[0].afra.globals = {{}};
+  const uint64_t second = BuildFragmentFile(fragments).offsets[1];
+  fragments[0].afra.globals = {
+      {.afraOffset = second + static_cast<uint64_t>(shift), .offsetFromAfra = inside}};
+  return BuildFragmentFile(fragments).bytes;
 }
+
+// Of the second fragment.
+uint64_t FragmentSize() { return BuildFragmentFile({TestFragment()}).fragments[0].Size(); }
 
 class BrokenFragments : public testing::TestWithParam<BrokenFile> {};
 
@@ -202,7 +210,10 @@ const BrokenFile kBrokenFragments[] = {
     {"sidx-target", "sidx", 1, [] { return Head() + Sidx(5, {20}) + Numbered(SmallFragments()); }},
     {"afra-sample", "afra", 1, [] { return WithAccessEntry(0, 3); }},
     {"afra-key", "afra", 3, [] { return WithAccessEntry(0, 0, false); }},
-    {"afra-target", "afra", 1, [] { return WithGlobalEntry(4); }},
+    {"afra-target", "afra[1]", 1, [] { return WithGlobalEntry(4, 0); }},
+    {"afra-sample", "afra[1]", 1, [] { return WithGlobalEntry(0, FragmentSize()); }},
+    {"afra-sample", "afra[1]", 1, [] { return WithGlobalEntry(0, FragmentSize(), false); }},
+    {"afra-sample", "afra[1]", 1, [] { return WithGlobalEntry(0, UINT32_MAX); }},
     {"fragment-order", "free", 3,
      [] {
        TestFragment fragment;
@@ -222,7 +233,9 @@ TEST(VerifyFragments, AFragmentedFileInOrderIsClean) {
   for (const Bytes& file :
        {Head() + Numbered(SmallFragments()), Head() + Numbered(SmallFragments(100000)),
         TwoFragments(0, 80), WithDataOffset(0), WithSeekEntry(0, 1, 1, 1),
-        WithSeekEntry(2, 1, 1, 1), WithAccessEntry(0), WithAccessEntry(1)}) {
+        WithSeekEntry(2, 1, 1, 1), WithAccessEntry(0), WithAccessEntry(1),
+        WithGlobalEntry(0, FragmentSize() - 1), WithGlobalEntry(0, UINT64_MAX),
+        WithGlobalEntry(0, UINT32_MAX, false)}) {
     const Verdict verdict = Verify(file);
     EXPECT_EQ(verdict.exitCode, 0) << verdict.json.dump(2);
     EXPECT_TRUE(verdict.json["findings"].empty()) << verdict.json.dump(2);
