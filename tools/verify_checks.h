@@ -35,7 +35,7 @@ void CheckStructure(const VerifiedBox& top, Findings* findings);
 void CheckTopLevel(const VerifiedBox* first, Findings* findings);
 /// The sample tables of every track: whether they agree, and where they put the samples.
 void CheckTables(Verification* all);
-/// Durations and edit lists, once the tables are known.
+/// Durations and edit lists, once the tables and the fragments are known.
 void CheckTimes(Verification* all);
 /// What a track's edit list adds to the times of its samples, in seconds: the empty edits together,
 /// and the first media that it shows, as a negative number.

@@ -22,7 +22,6 @@ constexpr Rule kRecords = {Severity::kError, "trun-truncated",
                            "readers refuse the fragment or lose samples"};
 constexpr Rule kGap = {Severity::kWarning, "fragment-gap",
                        "players stall or show nothing for that time"};
-constexpr Rule kDuration = {Severity::kWarning, "fragment-duration", "players show a wrong length"};
 constexpr Rule kOverlap = {Severity::kWarning, "fragment-overlap",
                            "players drop or repeat samples"};
 
@@ -43,8 +42,6 @@ constexpr uint32_t kRecordFields = 0xF00;
 // A sample with neither bit can be decoded by itself.
 constexpr uint32_t kDependentSample = 0x01010000;
 constexpr double kTimeTolerance = 0.001;
-// Writers differ in whether they count to the end of what is decoded or of what is shown.
-constexpr double kDurationTolerance = 1;
 
 // The place of a field among those of a record or header that come before it.
 uint64_t FieldsBefore(uint32_t flags, uint32_t field) {
@@ -267,30 +264,6 @@ void FragmentReading::Place(VerifiedRun* run, uint32_t trackIndex) {
 
 void FragmentReading::Finish() {
   for (const auto& [index, end] : ends_) all_.movie.tracks[index].fragmentsEnd = end;
-  CheckDuration();
-}
-
-void FragmentReading::CheckDuration() {
-  const VerifiedBox* const mehd = ChildOf(ChildOf(all_.movie.moov, FourCc("mvex")), FourCc("mehd"));
-  if (mehd == nullptr || ends_.empty() || all_.movie.timeScale == 0) return;
-  const bool isLong = all_.file.At(mehd->Payload(), 1) != 0;
-  if (!HoldsFields(mehd, isLong ? 12 : 8, &all_.findings)) return;
-  const uint64_t duration = all_.file.At(mehd->Payload() + 4, isLong ? 8 : 4);
-  if (duration == 0) return;  // Not known yet.
-  const double told = static_cast<double>(duration) / all_.movie.timeScale;
-  double shortest = 0;
-  double longest = 0;
-  for (const auto& [index, end] : ends_) {
-    const VerifiedTrack& track = all_.movie.tracks[index];
-    const double seconds = track.timeScale == 0 ? 0 : static_cast<double>(end) / track.timeScale;
-    const EditShift shift = ShiftOf(track, all_);
-    shortest = std::max(shortest, seconds + shift.skipped);
-    longest = std::max(longest, seconds + shift.empty);
-  }
-  if (told > shortest - kDurationTolerance && told < longest + kDurationTolerance) return;
-  all_.findings.Add(kDuration, mehd, mehd->offset, [&] {
-    return "it says " + NumberText(told) + " s, the fragments end at " + NumberText(longest) + " s";
-  });
 }
 
 }  // namespace qiro::k7m::tool

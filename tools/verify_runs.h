@@ -39,8 +39,7 @@ class FragmentReading {
 
   /// The runs of a 'moof', whose children are known, in file order. Says what is wrong with them.
   std::vector<VerifiedRun> Read(const VerifiedBox& moof);
-  /// Behind the last fragment: tells the tracks where they end, and compares the duration that the
-  /// movie box tells.
+  /// Behind the last fragment: tells the tracks where they end.
   void Finish();
 
  private:
@@ -59,7 +58,6 @@ class FragmentReading {
   void CheckSequence(const VerifiedBox* mfhd);
   void CheckDescription(const VerifiedBox& tfhd, uint32_t description, const VerifiedTrack& track);
   void Place(VerifiedRun* run, uint32_t trackIndex);
-  void CheckDuration();
 
   Verification& all_;
   uint32_t lastSequence_ = 0;

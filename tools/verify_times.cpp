@@ -14,6 +14,8 @@ constexpr Rule kTrackDuration = {Severity::kWarning, "track-duration",
                                  "players stop the track at the wrong time"};
 constexpr Rule kMovieDuration = {Severity::kWarning, "movie-duration",
                                  "players show a wrong length"};
+constexpr Rule kFragmentDuration = {Severity::kWarning, "fragment-duration",
+                                    "players show a wrong length"};
 constexpr Rule kEditTime = {Severity::kError, "edit-media-time",
                             "players refuse the edit list or play the track from its begin"};
 constexpr Rule kEditRate = {Severity::kWarning, "edit-rate",
@@ -24,7 +26,8 @@ constexpr Rule kEditPastMedia = {Severity::kWarning, "edit-past-media",
 // Durations are rounded to the units of two scales, and encoders count the last sample as they
 // like.
 constexpr double kTolerance = 0.1;
-// The last samples of the fragments may be shown later than they are decoded.
+// The last samples of the fragments may be shown later than they are decoded, and writers count to
+// the end of either.
 constexpr double kFragmentTolerance = 1;
 constexpr double kNormalRate = 1;
 
@@ -136,6 +139,53 @@ class TrackTimes {
   Findings& findings_;
 };
 
+void CheckMovieDuration(Verification* all) {
+  const VerifiedMovie& movie = all->movie;
+  uint64_t longest = 0;
+  for (const VerifiedTrack& track : movie.tracks) {
+    longest = std::max(longest, track.duration.value_or(0));
+  }
+  if (!movie.duration || movie.timeScale == 0 || movie.tracks.empty()) return;
+  if (movie.isFragmented && (*movie.duration == 0 || longest == 0)) return;
+  const double told = InSeconds(*movie.duration, movie.timeScale);
+  const double found = InSeconds(longest, movie.timeScale);
+  if (!Differ(told, found)) return;
+  all->findings.Add(kMovieDuration, movie.mvhd, movie.mvhd->offset, [&] {
+    return "it says " + SecondsOf(told) + ", the longest track " + SecondsOf(found);
+  });
+}
+
+// In 'mehd'; 0 when it is not known yet.
+uint64_t FragmentDuration(const VerifiedBox& mehd, Verification* all) {
+  const bool isLong = all->file.At(mehd.Payload(), 1) != 0;
+  if (!HoldsFields(&mehd, isLong ? 12 : 8, &all->findings)) return 0;
+  return all->file.At(mehd.Payload() + 4, isLong ? 8 : 4);
+}
+
+void CheckFragmentDuration(Verification* all) {
+  const VerifiedMovie& movie = all->movie;
+  const VerifiedBox* const mehd = ChildOf(ChildOf(movie.moov, FourCc("mvex")), FourCc("mehd"));
+  const uint64_t duration = mehd == nullptr ? 0 : FragmentDuration(*mehd, all);
+  if (duration == 0 || movie.timeScale == 0) return;
+  const double told = InSeconds(duration, movie.timeScale);
+  bool hasFragments = false;
+  double shortest = 0;
+  double longest = 0;
+  for (const VerifiedTrack& track : movie.tracks) {
+    if (!track.fragmentsEnd) continue;
+    hasFragments = true;
+    const double end = InSeconds(*track.fragmentsEnd, track.timeScale);
+    const EditShift shift = ShiftOf(track, *all);
+    shortest = std::max(shortest, end + shift.skipped);
+    longest = std::max(longest, end + shift.empty);
+  }
+  if (!hasFragments) return;
+  if (told > shortest - kFragmentTolerance && told < longest + kFragmentTolerance) return;
+  all->findings.Add(kFragmentDuration, mehd, mehd->offset, [&] {
+    return "it says " + SecondsOf(told) + ", the fragments end at " + SecondsOf(longest);
+  });
+}
+
 }  // namespace
 
 EditShift ShiftOf(const VerifiedTrack& track, const Verification& all) {
@@ -157,20 +207,9 @@ EditShift ShiftOf(const VerifiedTrack& track, const Verification& all) {
 }
 
 void CheckTimes(Verification* all) {
-  const VerifiedMovie& movie = all->movie;
-  uint64_t longest = 0;
-  for (const VerifiedTrack& track : movie.tracks) {
-    TrackTimes(track, all).Check();
-    longest = std::max(longest, track.duration.value_or(0));
-  }
-  if (!movie.duration || movie.timeScale == 0 || movie.tracks.empty()) return;
-  if (movie.isFragmented && (*movie.duration == 0 || longest == 0)) return;
-  const double told = InSeconds(*movie.duration, movie.timeScale);
-  const double found = InSeconds(longest, movie.timeScale);
-  if (!Differ(told, found)) return;
-  all->findings.Add(kMovieDuration, movie.mvhd, movie.mvhd->offset, [&] {
-    return "it says " + SecondsOf(told) + ", the longest track " + SecondsOf(found);
-  });
+  for (const VerifiedTrack& track : all->movie.tracks) TrackTimes(track, all).Check();
+  CheckMovieDuration(all);
+  CheckFragmentDuration(all);
 }
 
 }  // namespace qiro::k7m::tool
